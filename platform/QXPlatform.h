@@ -1,0 +1,10 @@
+#pragma once
+
+// Everything the library offers, in one include.
+
+#include "qxexport.h"
+#include "streams/qxfstream.h"
+#include "streams/qxsstream.h"
+#include "streams/qxstdstream.h"
+#include "streams/qxstream.h"
+#include "system/qxmemory.h"

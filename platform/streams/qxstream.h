@@ -1,0 +1,380 @@
+#pragma once
+
+// Buffered byte streams: the base classes every back-end derives from, the
+// pool their 32768-byte blocks come from, and the I/O exception type.
+
+#include <cstring>
+#include <iosfwd>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "../qxexport.h"
+
+namespace QXPlatform {
+
+class qxstream;
+class qxistream;
+class qxostream;
+
+QXPLATFORM_EXPORT qxostream& qxendl(qxostream& out);
+QXPLATFORM_EXPORT qxostream& qxends(qxostream& out);
+QXPLATFORM_EXPORT qxostream& qxflush(qxostream& out);
+
+// A pool of Count blocks of BlockSize bytes kept inside the object, with heap
+// blocks handed out once the pool is empty. Take and Give may be called from
+// any thread.
+template <unsigned long BlockSize, unsigned long Count>
+class QXBoundedCache {
+ public:
+  QXBoundedCache() : _head(nullptr) {
+    static_assert(Count >= 2, "the pool keeps its highest block in reserve");
+    static_assert(BlockSize >= sizeof(char*), "a free block holds a link");
+    // Deliberate: the highest block is never linked, so at most Count - 1
+    // blocks are lent; the second-highest is handed out first.
+    for (unsigned long i = 0; i + 1 < Count; ++i) {
+      char* block = _arena + i * BlockSize;
+      char* next = i == 0 ? nullptr : _arena + (i - 1) * BlockSize;
+      std::memcpy(block, &next, sizeof next);
+    }
+    _head = _arena + (Count - 2) * BlockSize;
+  }
+  QXBoundedCache(const QXBoundedCache&) = delete;
+  QXBoundedCache& operator=(const QXBoundedCache&) = delete;
+
+  // Returns a block of BlockSize bytes, not cleared. Throws std::bad_alloc
+  // when the pool is empty and the heap has no room.
+  char* Take() {
+    std::lock_guard<std::mutex> lock(_mutex);
+    if (_head == nullptr) {
+      return new char[BlockSize];
+    }
+    char* block = _head;
+    std::memcpy(&_head, block, sizeof _head);
+    return block;
+  }
+
+  // Gives back a block from Take; null is ignored.
+  void Give(char* block) {
+    std::lock_guard<std::mutex> lock(_mutex);
+    if (block >= _arena && block < _arena + sizeof _arena) {
+      std::memcpy(block, &_head, sizeof _head);
+      _head = block;
+    } else {
+      delete[] block;
+    }
+  }
+
+  // True when the block lies inside the arena.
+  bool Owns(const char* block) const {
+    return block >= _arena && block < _arena + sizeof _arena;
+  }
+
+ private:
+  alignas(64) char _arena[BlockSize * Count];
+  char* _head;
+  std::mutex _mutex;
+};
+
+// The exception type offered to back-ends and callers for I/O failures. The
+// library's own streams never throw it; destructors that call hooks catch it.
+class QXPLATFORM_EXPORT QXIOError {
+ public:
+  // The message is the text of the current errno, or a fixed text when the
+  // error text cannot be had.
+  QXIOError();
+  // The message is a copy of msg.
+  explicit QXIOError(const char* msg);
+  virtual ~QXIOError();
+
+  // The message; valid as long as the object lives.
+  const char* what() const;
+
+ private:
+  std::string _message;
+};
+
+// Puts the text of the current errno into buffer (size bytes); returns 0 on
+// success, non-zero when no text could be had. Any thread may call it.
+QXPLATFORM_EXPORT int QXInternalStrError(char* buffer, unsigned long size);
+
+// The common part of input and output streams: one 32768-byte block from the
+// shared pool, the span inside it and the position bookkeeping. A stream is
+// used by one thread at a time; streams may be created on any thread.
+class QXPLATFORM_EXPORT qxstream {
+  friend class qxistream;
+  friend class qxostream;
+
+ public:
+  typedef QXBoundedCache<32768, 32> BufferCache;
+  static const unsigned long kBlockSize = 32768;
+
+  // The process-wide block pool, built on first use.
+  static BufferCache& GetBufferCache();
+
+  qxstream();
+  qxstream(const qxstream& other);
+  qxstream& operator=(const qxstream& other);
+
+ protected:
+  // Moves the back-end to absolute byte pos and re-establishes the span;
+  // false when the stream cannot be positioned.
+  virtual bool _qxseek(long long pos);
+  // The total size when _sizeknown is not set.
+  virtual unsigned long long _qxsize();
+  // The stream position: bytes before the span plus those consumed in it.
+  virtual unsigned long long _qxtell() const;
+
+ public:
+  virtual ~qxstream();
+
+  // The stream position.
+  unsigned long long tell() const { return _qxtell(); }
+  // The size of the stream: the cached size when known, else the back-end's.
+  unsigned long long size() { return _sizeknown ? _size : _qxsize(); }
+  // Repositions at absolute byte pos; false when that cannot be done.
+  bool seek(long long pos) { return _qxseek(pos); }
+  // Input: the source can deliver no more. Output: the sink takes no more.
+  bool eof() const { return _eof; }
+  // Bytes moved by the most recent unformatted read or write.
+  unsigned long long count() const { return _count; }
+  // True when data is waiting in the span.
+  bool buffered() const { return _ptr < _end; }
+
+ protected:
+  char* _buffer;
+  char* _ptr;
+  char* _begin;
+  char* _end;
+  unsigned long long _count;
+  unsigned long long _offset;
+  unsigned long long _size;
+  bool _sizeknown;
+  bool _eof;
+};
+
+// An input stream. The base class reads memory handed to open(data, n) and
+// reports end of data afterwards; back-ends supply _qxfill and friends.
+class QXPLATFORM_EXPORT qxistream : public qxstream {
+  friend class qxostream;
+
+ public:
+  qxistream();
+  qxistream(const qxistream& other) = default;
+  qxistream& operator=(const qxistream& other) = default;
+  ~qxistream() override;
+
+ protected:
+  // Opens the source named by name; the plain input stream cannot.
+  virtual bool _qxopen(const char* name);
+  // Releases the source; open and close stop when this returns false.
+  virtual bool _qxclose();
+  // Called with an empty span when more input is wanted: makes a non-empty
+  // span and returns true, or sets _eof and returns false.
+  virtual bool _qxfill();
+
+ public:
+  // Text extraction. None of these changes the stream's state on bad data:
+  // numbers become 0, bytes 0xFF and bools false at end of data.
+  virtual qxistream& operator>>(qxistream& (*manip)(qxistream&));
+  virtual qxistream& operator>>(qxstream& (*manip)(qxstream&));
+  virtual qxistream& operator>>(bool& value);
+  virtual qxistream& operator>>(char& value);
+  virtual qxistream& operator>>(unsigned char& value);
+  virtual qxistream& operator>>(signed char& value);
+  virtual qxistream& operator>>(std::string& value);
+  virtual qxistream& operator>>(short& value);
+  virtual qxistream& operator>>(int& value);
+  virtual qxistream& operator>>(long& value);
+  virtual qxistream& operator>>(unsigned short& value);
+  virtual qxistream& operator>>(unsigned int& value);
+  virtual qxistream& operator>>(unsigned long& value);
+  virtual qxistream& operator>>(float& value);
+  virtual qxistream& operator>>(double& value);
+  // Copies the rest of this stream into out; copies nothing when _eof is
+  // already set (use out << in for streams that keep _eof set while full).
+  virtual qxistream& operator>>(qxostream& out);
+
+  // Copies up to n bytes and returns how many arrived (also in count()).
+  unsigned long read(char* into, unsigned long n) {
+    _count = 0;
+    if (n == 0) {
+      return 0;
+    }
+    if (static_cast<unsigned long>(_end - _ptr) >= n) {
+      std::memcpy(into, _ptr, n);
+      _ptr += n;
+      _count = n;
+      return n;
+    }
+    return ReadSlow(into, n);
+  }
+  unsigned long read(unsigned char* into, unsigned long n) {
+    return read(reinterpret_cast<char*>(into), n);
+  }
+  unsigned long read(signed char* into, unsigned long n) {
+    return read(reinterpret_cast<char*>(into), n);
+  }
+  // Replaces into with up to n bytes; returns how many.
+  unsigned long read(std::string& into, unsigned long n);
+  // Replaces into with everything up to the end of the stream.
+  unsigned long read(std::string& into);
+
+  // Skips n bytes; true for n == 0, false for negative n or when the data
+  // ends first (the stream is then at its end).
+  bool skip(long long n);
+
+  // Opens the source named by name; true on success.
+  bool open(const char* name);
+  bool open(const std::string& name);
+  // Reads the n bytes at data in place: neither copied nor owned.
+  bool open(unsigned char* data, unsigned long n);
+  // Releases the source; false when the back-end refuses.
+  bool close();
+
+  // One token: bytes up to the next whitespace byte, which is consumed.
+  // Leading whitespace is not skipped. buffer holds max bytes and always
+  // receives a terminating NUL; false at end of data or when max is 0.
+  bool gettoken(char* buffer, unsigned long max);
+  bool gettoken(unsigned char* buffer, unsigned long max);
+  bool gettoken(signed char* buffer, unsigned long max);
+  // One token of at most max - 1 bytes.
+  bool gettoken(std::string& token, unsigned long max);
+
+  // One line, ended by LF, CR, CR LF or runs of CR before an LF; control
+  // bytes other than tab are dropped. A line longer than max - 1 bytes is
+  // cut and its rest discarded. False at end of data or when max is 0.
+  bool getline(char* buffer, unsigned long max);
+  bool getline(unsigned char* buffer, unsigned long max);
+  bool getline(signed char* buffer, unsigned long max);
+  // One line of at most max - 1 bytes; throws std::bad_alloc for an absurd
+  // max.
+  bool getline(std::string& line, unsigned long max);
+  // One line of any length.
+  bool getline(std::string& line);
+  // Discards the rest of the current line; false at end of data.
+  bool skipline();
+
+ private:
+  unsigned long ReadSlow(char* into, unsigned long n);
+  // True when a byte is in the span, refilling once when it is empty.
+  bool HaveByte() { return _ptr != _end || _qxfill(); }
+  void ConsumeLineEnd(unsigned char first);
+  const char* NumberToken(char* small, unsigned long smallSize,
+                          std::unique_ptr<char[]>& heap);
+  void ResetForOpen();
+};
+
+// An output stream. The base class is the discarding sink: bytes written to
+// its own block are counted and dropped; opened on caller memory it fills
+// that memory and then fails.
+class QXPLATFORM_EXPORT qxostream : public qxstream {
+  friend class qxistream;
+
+ public:
+  qxostream();
+  qxostream(const qxostream& other) = default;
+  qxostream& operator=(const qxostream& other) = default;
+  ~qxostream() override;
+
+ protected:
+  // Opens the sink named by name; the plain output stream cannot.
+  virtual bool _qxopen(const char* name);
+  // Releases the sink.
+  virtual bool _qxclose();
+  // Hands [_begin, _ptr) to the sink and makes room; false (with _eof set)
+  // when the sink fails.
+  virtual bool _qxflush();
+
+ public:
+  // Text insertion: every value has exactly one textual form.
+  virtual qxostream& operator<<(qxostream& (*manip)(qxostream&));
+  virtual qxostream& operator<<(qxstream& (*manip)(qxstream&));
+  virtual qxostream& operator<<(const char* text);
+  virtual qxostream& operator<<(const unsigned char* text);
+  virtual qxostream& operator<<(const signed char* text);
+  virtual qxostream& operator<<(const std::string& text);
+  virtual qxostream& operator<<(bool value);
+  virtual qxostream& operator<<(char value);
+  virtual qxostream& operator<<(unsigned char value);
+  virtual qxostream& operator<<(signed char value);
+  virtual qxostream& operator<<(short value);
+  virtual qxostream& operator<<(unsigned short value);
+  virtual qxostream& operator<<(int value);
+  virtual qxostream& operator<<(unsigned int value);
+  virtual qxostream& operator<<(long value);
+  virtual qxostream& operator<<(unsigned long value);
+  virtual qxostream& operator<<(float value);
+  virtual qxostream& operator<<(double value);
+  // Copies the rest of in, byte for byte.
+  virtual qxostream& operator<<(qxistream& in);
+
+  // Writes n bytes; returns n, or 0 when data is null or the sink failed
+  // (bytes already taken stay handed on or buffered).
+  unsigned long write(const char* data, unsigned long n) {
+    if (data != nullptr && _ptr != _end &&
+        n <= static_cast<unsigned long>(_end - _ptr)) {
+      std::memcpy(_ptr, data, n);
+      _ptr += n;
+      _count = n;
+      return n;
+    }
+    return WriteSlow(data, n);
+  }
+  unsigned long write(const unsigned char* data, unsigned long n) {
+    return write(reinterpret_cast<const char*>(data), n);
+  }
+  unsigned long write(const signed char* data, unsigned long n) {
+    return write(reinterpret_cast<const char*>(data), n);
+  }
+  // Writes all bytes of s, embedded NULs included; 0 on failure.
+  unsigned long long write(const std::string& s);
+  // Writes n bytes from the start of s; n is not checked against s.size().
+  unsigned long long write(const std::string& s, unsigned long n);
+
+  // Hands the span to the sink; the result of _qxflush.
+  bool flush() { return _qxflush(); }
+  bool open(const char* name);
+  bool open(const std::string& name);
+  // Writes into the n bytes at data in place.
+  bool open(unsigned char* data, unsigned long n);
+  // Flushes, then releases the sink; the back-end's result.
+  bool close();
+
+ private:
+  unsigned long WriteSlow(const char* data, unsigned long n);
+  // Stores one byte, flushing first when the span is full; false when the
+  // sink failed.
+  bool PutByte(char c) {
+    if (_ptr == _end && !_qxflush()) {
+      return false;
+    }
+    *_ptr++ = c;
+    return true;
+  }
+  void PutFormatted(const char* text, unsigned long n);
+  void WriteText(const char* text);
+  void ResetForOpen();
+
+  friend qxostream& qxendl(qxostream& out);
+  friend qxostream& qxends(qxostream& out);
+  friend qxostream& qxflush(qxostream& out);
+};
+
+// Writes LF and flushes.
+QXPLATFORM_EXPORT qxostream& qxendl(qxostream& out);
+// Writes one NUL byte without flushing.
+QXPLATFORM_EXPORT qxostream& qxends(qxostream& out);
+// Flushes.
+QXPLATFORM_EXPORT qxostream& qxflush(qxostream& out);
+
+// Maps the standard manipulators: std::ends acts as qxends, std::flush as
+// qxflush, and std::endl and every other one as qxendl.
+QXPLATFORM_EXPORT qxostream& operator<<(qxostream& out,
+                                        std::ostream& (*manip)(std::ostream&));
+// Format manipulators such as std::hex have nothing to change here; they act
+// as qxendl, which keeps them from being written as a bool.
+QXPLATFORM_EXPORT qxostream& operator<<(qxostream& out,
+                                        std::ios_base& (*manip)(std::ios_base&));
+
+}  // namespace QXPlatform

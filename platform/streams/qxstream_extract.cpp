@@ -1,0 +1,558 @@
+// Text extraction: tokens, lines, bytes and numbers read with the library's
+// own rules (see the comments in qxstream.h).
+
+#include <ctype.h>
+#include <emmintrin.h>
+#include <errno.h>
+#include <locale.h>
+#include <stdlib.h>
+
+#include <memory>
+#include <new>
+#include <string>
+
+#include "../system/qxmemory.h"
+#include "../qxassert_private.h"
+#include "qxstream.h"
+
+namespace QXPlatform {
+namespace {
+
+const unsigned long kNumberScratch = 32768;
+
+inline bool IsSpace(unsigned char c) { return isspace(c) != 0; }
+
+// First byte in [p, end) that is below 32 and not a tab, or end. These are
+// the bytes that stop a run of line text.
+const char* FindLineStop(const char* p, const char* end) {
+  const __m128i limit = _mm_set1_epi8(31);
+  const __m128i tab = _mm_set1_epi8('\t');
+  while (end - p >= 16) {
+    __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    __m128i low = _mm_cmpeq_epi8(_mm_max_epu8(v, limit), limit);
+    __m128i stop = _mm_andnot_si128(_mm_cmpeq_epi8(v, tab), low);
+    int mask = _mm_movemask_epi8(stop);
+    if (mask != 0) {
+      return p + __builtin_ctz(static_cast<unsigned>(mask));
+    }
+    p += 16;
+  }
+  while (p < end) {
+    unsigned char c = static_cast<unsigned char>(*p);
+    if (c < 32 && c != '\t') {
+      return p;
+    }
+    ++p;
+  }
+  return end;
+}
+
+// First LF or CR in [p, end), or end.
+const char* FindLineEnd(const char* p, const char* end) {
+  const __m128i lf = _mm_set1_epi8('\n');
+  const __m128i cr = _mm_set1_epi8('\r');
+  while (end - p >= 16) {
+    __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    int mask = _mm_movemask_epi8(
+        _mm_or_si128(_mm_cmpeq_epi8(v, lf), _mm_cmpeq_epi8(v, cr)));
+    if (mask != 0) {
+      return p + __builtin_ctz(static_cast<unsigned>(mask));
+    }
+    p += 16;
+  }
+  while (p < end && *p != '\n' && *p != '\r') {
+    ++p;
+  }
+  return p;
+}
+
+// First byte in [p, end) that is below 33 or above 127: the bytes that may
+// end or be dropped from a token, or whose class depends on the locale.
+const char* FindTokenStop(const char* p, const char* end) {
+  const __m128i limit = _mm_set1_epi8(32);
+  const __m128i high = _mm_set1_epi8(static_cast<char>(0x80));
+  while (end - p >= 16) {
+    __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    __m128i low = _mm_cmpeq_epi8(_mm_max_epu8(v, limit), limit);
+    int mask = _mm_movemask_epi8(_mm_or_si128(low, _mm_and_si128(v, high)));
+    if (mask != 0) {
+      return p + __builtin_ctz(static_cast<unsigned>(mask));
+    }
+    p += 16;
+  }
+  while (p < end) {
+    unsigned char c = static_cast<unsigned char>(*p);
+    if (c < 33 || c > 127) {
+      return p;
+    }
+    ++p;
+  }
+  return end;
+}
+
+// The conversions the extractors promise: exactly what atoi, atol and atof
+// give, followed by the errno rule. A plain decimal token is converted here
+// without the C library; anything else goes to it.
+template <typename T>
+T ApplyRangeRule(T value) {
+  // Deliberate: errno is not cleared first, so an ERANGE left over from an
+  // earlier call also turns the value into 0.
+  return errno == ERANGE ? T(0) : value;
+}
+
+// Parses [+-]digits followed by anything as strtol would, when that cannot
+// overflow; false when the C library must decide.
+bool ParsePlainLong(const char* text, long* value) {
+  const char* p = text;
+  bool negative = false;
+  if (*p == '+' || *p == '-') {
+    negative = *p == '-';
+    ++p;
+  }
+  unsigned long long acc = 0;
+  int digits = 0;
+  while (*p >= '0' && *p <= '9') {
+    if (++digits > 18) {
+      return false;
+    }
+    acc = acc * 10 + static_cast<unsigned>(*p - '0');
+    ++p;
+  }
+  long v = static_cast<long>(acc);
+  *value = negative ? -v : v;
+  return true;
+}
+
+long ConvertLong(const char* text) {
+  long value;
+  if (!ParsePlainLong(text, &value)) {
+    value = atol(text);
+  }
+  return ApplyRangeRule(value);
+}
+
+int ConvertInt(const char* text) {
+  long value;
+  int result;
+  if (ParsePlainLong(text, &value)) {
+    // atoi is strtol narrowed to int.
+    result = static_cast<int>(value);
+  } else {
+    result = atoi(text);
+  }
+  return ApplyRangeRule(result);
+}
+
+const double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                               1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                               1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+// Decimal numbers with at most 15 significant digits and a small exponent
+// are exact products or quotients of two exactly representable doubles, so
+// one correctly rounded operation gives what strtod gives.
+bool ParsePlainDouble(const char* text, double* value) {
+  const char* p = text;
+  bool negative = false;
+  if (*p == '+' || *p == '-') {
+    negative = *p == '-';
+    ++p;
+  }
+  unsigned long long mantissa = 0;
+  int digits = 0;
+  int scale = 0;
+  bool any = false;
+  while (*p >= '0' && *p <= '9') {
+    any = true;
+    if (mantissa != 0 || *p != '0') {
+      if (++digits > 15) {
+        return false;
+      }
+    }
+    mantissa = mantissa * 10 + static_cast<unsigned>(*p - '0');
+    ++p;
+  }
+  if (*p == '.') {
+    const char* point = localeconv()->decimal_point;
+    if (point == nullptr || point[0] != '.' || point[1] != '\0') {
+      return false;
+    }
+    ++p;
+    while (*p >= '0' && *p <= '9') {
+      any = true;
+      if (mantissa != 0 || *p != '0') {
+        if (++digits > 15) {
+          return false;
+        }
+      }
+      mantissa = mantissa * 10 + static_cast<unsigned>(*p - '0');
+      --scale;
+      ++p;
+    }
+  }
+  if (!any) {
+    return false;
+  }
+  if (*p == 'e' || *p == 'E') {
+    const char* q = p + 1;
+    bool expNegative = false;
+    if (*q == '+' || *q == '-') {
+      expNegative = *q == '-';
+      ++q;
+    }
+    if (*q >= '0' && *q <= '9') {
+      int exponent = 0;
+      while (*q >= '0' && *q <= '9') {
+        if (exponent > 1000) {
+          return false;
+        }
+        exponent = exponent * 10 + (*q - '0');
+        ++q;
+      }
+      scale += expNegative ? -exponent : exponent;
+      p = q;
+    }
+  }
+  // A hexadecimal float or an infinity/NaN spelling starts differently; the
+  // prefix rule of strtod needs the rest only for 'x' after a lone 0.
+  if ((*p == 'x' || *p == 'X') && mantissa == 0 && scale == 0) {
+    return false;
+  }
+  double v = static_cast<double>(mantissa);
+  if (mantissa == 0) {
+    v = 0.0;
+  } else if (scale < 0) {
+    if (scale < -22) {
+      return false;
+    }
+    v /= kExactPowers[-scale];
+  } else if (scale > 0) {
+    if (scale > 22) {
+      return false;
+    }
+    v *= kExactPowers[scale];
+  }
+  *value = negative ? -v : v;
+  return true;
+}
+
+double ConvertDouble(const char* text) {
+  double value;
+  if (!ParsePlainDouble(text, &value)) {
+    value = atof(text);
+  }
+  return ApplyRangeRule(value);
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// Manipulators, bytes and strings
+
+qxistream& qxistream::operator>>(qxistream& (*manip)(qxistream&)) {
+  return manip(*this);
+}
+
+qxistream& qxistream::operator>>(qxstream& (*manip)(qxstream&)) {
+  manip(*this);
+  return *this;
+}
+
+qxistream& qxistream::operator>>(bool& value) {
+  // Deliberate: a boolean is one byte being present, whatever its value.
+  if (HaveByte()) {
+    ++_ptr;
+    value = true;
+  } else {
+    value = false;
+  }
+  return *this;
+}
+
+qxistream& qxistream::operator>>(char& value) {
+  value = HaveByte() ? *_ptr++ : static_cast<char>(0xFF);
+  return *this;
+}
+
+qxistream& qxistream::operator>>(unsigned char& value) {
+  value = HaveByte() ? static_cast<unsigned char>(*_ptr++) : 0xFF;
+  return *this;
+}
+
+qxistream& qxistream::operator>>(signed char& value) {
+  value = static_cast<signed char>(HaveByte() ? *_ptr++ : 0xFF);
+  return *this;
+}
+
+qxistream& qxistream::operator>>(std::string& value) {
+  read(value);
+  return *this;
+}
+
+// ---------------------------------------------------------------------------
+// Tokens
+
+bool qxistream::gettoken(char* buffer, unsigned long max) {
+  if (_ptr == _end) {
+    _qxfill();
+  }
+  if (max == 0 || _ptr == _end) {
+    buffer[0] = '\0';
+    return false;
+  }
+  char* dst = buffer;
+  unsigned long stored = 0;
+  for (;;) {
+    if (_ptr == _end && !_qxfill()) {
+      break;
+    }
+    unsigned char c = static_cast<unsigned char>(*_ptr);
+    if (c < 33 || c > 127) {
+      ++_ptr;
+      if (IsSpace(c)) {
+        break;
+      }
+      if (c < 33) {
+        continue;
+      }
+    } else {
+      ++_ptr;
+    }
+    if (stored == max - 1) {
+      // The token is full: the byte just taken is dropped and the rest of
+      // its line goes too, line end included.
+      skipline();
+      break;
+    }
+    *dst++ = static_cast<char>(c);
+    ++stored;
+  }
+  *dst = '\0';
+  return true;
+}
+
+bool qxistream::gettoken(unsigned char* buffer, unsigned long max) {
+  return gettoken(reinterpret_cast<char*>(buffer), max);
+}
+
+bool qxistream::gettoken(signed char* buffer, unsigned long max) {
+  return gettoken(reinterpret_cast<char*>(buffer), max);
+}
+
+bool qxistream::gettoken(std::string& token, unsigned long max) {
+  if (max == static_cast<unsigned long>(-1)) {
+    throw std::bad_alloc();
+  }
+  std::unique_ptr<char[]> scratch(new char[max + 1]);
+  bool ok = gettoken(scratch.get(), max);
+  if (ok) {
+    token.assign(scratch.get());
+  } else {
+    token.clear();
+  }
+  return ok;
+}
+
+// ---------------------------------------------------------------------------
+// Lines
+
+// Called after a CR has been consumed: the CRs that follow directly go too,
+// then one LF if it comes next. An LF needs nothing more.
+void qxistream::ConsumeLineEnd(unsigned char first) {
+  if (first != '\r') {
+    return;
+  }
+  while (HaveByte()) {
+    if (*_ptr == '\r') {
+      ++_ptr;
+      continue;
+    }
+    if (*_ptr == '\n') {
+      ++_ptr;
+    }
+    return;
+  }
+}
+
+bool qxistream::getline(char* buffer, unsigned long max) {
+  if (_ptr == _end) {
+    _qxfill();
+  }
+  if (max == 0 || _ptr == _end) {
+    buffer[0] = '\0';
+    return false;
+  }
+  char* dst = buffer;
+  char* const last = buffer + (max - 1);
+  for (;;) {
+    if (_ptr == _end && !_qxfill()) {
+      break;
+    }
+    const char* stop = FindLineStop(_ptr, _end);
+    unsigned long run = static_cast<unsigned long>(stop - _ptr);
+    unsigned long room = static_cast<unsigned long>(last - dst);
+    if (run > room) {
+      // The line is longer than the buffer: keep what fits, drop the rest of
+      // the line with its end.
+      std::memcpy(dst, _ptr, room);
+      dst += room;
+      _ptr += room + 1;
+      skipline();
+      break;
+    }
+    std::memcpy(dst, _ptr, run);
+    dst += run;
+    _ptr += run;
+    if (_ptr == _end) {
+      continue;
+    }
+    unsigned char c = static_cast<unsigned char>(*_ptr++);
+    if (c == '\n' || c == '\r') {
+      ConsumeLineEnd(c);
+      break;
+    }
+  }
+  QX_CHECK((size_t)dst < (size_t)(buffer + max), "getline");
+  *dst = '\0';
+  return true;
+}
+
+bool qxistream::getline(unsigned char* buffer, unsigned long max) {
+  return getline(reinterpret_cast<char*>(buffer), max);
+}
+
+bool qxistream::getline(signed char* buffer, unsigned long max) {
+  return getline(reinterpret_cast<char*>(buffer), max);
+}
+
+bool qxistream::getline(std::string& line, unsigned long max) {
+  if (max >= static_cast<unsigned long>(-16)) {
+    throw std::bad_alloc();
+  }
+  unsigned long need = max + 16;
+  if (need <= QXGetAllocaThreshold()) {
+    char stackScratch[4096 + 16];
+    bool ok = getline(stackScratch, max);
+    line.assign(ok ? stackScratch : "");
+    return ok;
+  }
+  std::unique_ptr<char[]> scratch(new char[need]);
+  bool ok = getline(scratch.get(), max);
+  line.assign(ok ? scratch.get() : "");
+  return ok;
+}
+
+bool qxistream::getline(std::string& line) {
+  line.clear();
+  if (_ptr == _end && !_qxfill()) {
+    return false;
+  }
+  for (;;) {
+    if (_ptr == _end && !_qxfill()) {
+      return true;
+    }
+    const char* stop = FindLineStop(_ptr, _end);
+    line.append(_ptr, static_cast<size_t>(stop - _ptr));
+    _ptr = const_cast<char*>(stop);
+    if (_ptr == _end) {
+      continue;
+    }
+    unsigned char c = static_cast<unsigned char>(*_ptr++);
+    if (c == '\n' || c == '\r') {
+      ConsumeLineEnd(c);
+      return true;
+    }
+  }
+}
+
+bool qxistream::skipline() {
+  if (_ptr == _end && !_qxfill()) {
+    return false;
+  }
+  for (;;) {
+    if (_ptr == _end && !_qxfill()) {
+      return true;
+    }
+    const char* stop = FindLineEnd(_ptr, _end);
+    _ptr = const_cast<char*>(stop);
+    if (_ptr == _end) {
+      continue;
+    }
+    unsigned char c = static_cast<unsigned char>(*_ptr++);
+    ConsumeLineEnd(c);
+    return true;
+  }
+}
+
+// ---------------------------------------------------------------------------
+// Numbers
+
+// The token of one numeric extraction, or null at end of data. A token that
+// sits whole in the span, ends at a whitespace byte and holds only plain
+// ASCII is copied straight into small; any other goes through gettoken into a
+// heap scratch of 32769 bytes. Both give the same text.
+const char* qxistream::NumberToken(char* small, unsigned long smallSize,
+                                   std::unique_ptr<char[]>& heap) {
+  if (_ptr == _end && !_qxfill()) {
+    return nullptr;
+  }
+  const char* stop = FindTokenStop(_ptr, _end);
+  unsigned long run = static_cast<unsigned long>(stop - _ptr);
+  if (stop != _end && run < smallSize &&
+      static_cast<unsigned char>(*stop) < 33 &&
+      IsSpace(static_cast<unsigned char>(*stop))) {
+    std::memcpy(small, _ptr, run);
+    small[run] = '\0';
+    _ptr += run + 1;
+    return small;
+  }
+  heap.reset(new char[kNumberScratch + 1]);
+  if (!gettoken(heap.get(), kNumberScratch)) {
+    return nullptr;
+  }
+  return heap.get();
+}
+
+#define QX_DEFINE_NUMBER_EXTRACTOR(Type, Convert)             \
+  qxistream& qxistream::operator>>(Type& value) {             \
+    char small[128];                                          \
+    std::unique_ptr<char[]> heap;                             \
+    const char* text = NumberToken(small, sizeof small, heap); \
+    value = static_cast<Type>(text ? Convert(text) : 0);  \
+    return *this;                                             \
+  }
+
+QX_DEFINE_NUMBER_EXTRACTOR(short, ConvertInt)
+QX_DEFINE_NUMBER_EXTRACTOR(unsigned short, ConvertInt)
+QX_DEFINE_NUMBER_EXTRACTOR(int, ConvertInt)
+QX_DEFINE_NUMBER_EXTRACTOR(unsigned int, ConvertInt)
+QX_DEFINE_NUMBER_EXTRACTOR(long, ConvertLong)
+QX_DEFINE_NUMBER_EXTRACTOR(unsigned long, ConvertLong)
+QX_DEFINE_NUMBER_EXTRACTOR(float, ConvertDouble)
+QX_DEFINE_NUMBER_EXTRACTOR(double, ConvertDouble)
+
+#undef QX_DEFINE_NUMBER_EXTRACTOR
+
+// ---------------------------------------------------------------------------
+// Copying to an output stream
+
+qxistream& qxistream::operator>>(qxostream& out) {
+  // Deliberate: a stream that keeps _eof set while it holds data (a memory
+  // input stream) copies nothing this way; out << in copies it.
+  char chunk[4096];
+  while (!_eof) {
+    if (out._ptr == out._end && out._eof) {
+      break;
+    }
+    unsigned long got = read(chunk, sizeof chunk);
+    if (got == 0) {
+      break;
+    }
+    if (out._ptr == out._end && !out._qxflush()) {
+      continue;
+    }
+    out.WriteSlow(chunk, got);
+  }
+  return *this;
+}
+
+}  // namespace QXPlatform
