@@ -8,3 +8,6 @@
 #include "streams/qxstdstream.h"
 #include "streams/qxstream.h"
 #include "system/qxmemory.h"
+#include "system/qxsync.h"
+#include "system/qxthread.h"
+#include "system/qxtime.h"
