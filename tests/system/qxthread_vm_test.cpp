@@ -145,7 +145,7 @@ bool RunProbe(ProbeThread& probe) {
   return probe.Join() == &tag;
 }
 
-TEST(QXThreadVmTest, FirstLoadStoresTheVmSilently) {
+TEST(QXThreadTest, FirstLoadStoresTheVmSilently) {
   InstallVm(nullptr);
   CaptureFd err(2);
   jint result = JNI_OnLoad(&FirstVm().vm, nullptr);
@@ -153,7 +153,7 @@ TEST(QXThreadVmTest, FirstLoadStoresTheVmSilently) {
   EXPECT_EQ(result, 0x10008);
 }
 
-TEST(QXThreadVmTest, LoadingTheSameVmAgainPrintsNothing) {
+TEST(QXThreadTest, LoadingTheSameVmAgainPrintsNothing) {
   InstallVm(&FirstVm().vm);
   CaptureFd err(2);
   jint first = JNI_OnLoad(&FirstVm().vm, nullptr);
@@ -163,7 +163,7 @@ TEST(QXThreadVmTest, LoadingTheSameVmAgainPrintsNothing) {
   EXPECT_EQ(second, 0x10008);
 }
 
-TEST(QXThreadVmTest, AnotherVmIsReportedWithBothPointersAndReplacesTheFirst) {
+TEST(QXThreadTest, AnotherVmIsReportedWithBothPointersAndReplacesTheFirst) {
   InstallVm(&FirstVm().vm);
   CaptureFd err(2);
   jint result = JNI_OnLoad(&SecondVm().vm, nullptr);
@@ -177,7 +177,7 @@ TEST(QXThreadVmTest, AnotherVmIsReportedWithBothPointersAndReplacesTheFirst) {
   EXPECT_EQ(again.Finish(), "");
 }
 
-TEST(QXThreadVmTest, NullVmIsReportedAndClearsTheStoredVm) {
+TEST(QXThreadTest, NullVmIsReportedAndClearsTheStoredVm) {
   InstallVm(&FirstVm().vm);
   CaptureFd err(2);
   jint result = JNI_OnLoad(nullptr, nullptr);
@@ -191,7 +191,7 @@ TEST(QXThreadVmTest, NullVmIsReportedAndClearsTheStoredVm) {
   EXPECT_EQ(again.Finish(), "");
 }
 
-TEST(QXThreadVmTest, NullVmTwiceReportsTheNullPointerAsTheOldOne) {
+TEST(QXThreadTest, NullVmTwiceReportsTheNullPointerAsTheOldOne) {
   InstallVm(nullptr);
   CaptureFd err(2);
   EXPECT_EQ(JNI_OnLoad(nullptr, nullptr), 0x10008);
@@ -200,7 +200,7 @@ TEST(QXThreadVmTest, NullVmTwiceReportsTheNullPointerAsTheOldOne) {
                               " now: " + PointerText(nullptr) + "\n");
 }
 
-TEST(QXThreadVmTest, BodyRunsAttachedAndTheThreadDetachesAfterIt) {
+TEST(QXThreadTest, BodyRunsAttachedAndTheThreadDetachesAfterIt) {
   InstallVm(&FirstVm().vm);
   ProbeThread probe;
   ASSERT_TRUE(RunProbe(probe));
@@ -215,7 +215,7 @@ TEST(QXThreadVmTest, BodyRunsAttachedAndTheThreadDetachesAfterIt) {
   EXPECT_FALSE(pthread_equal(probe._self, pthread_self()));
 }
 
-TEST(QXThreadVmTest, WithoutAVmThreadsNeitherAttachNorDetach) {
+TEST(QXThreadTest, WithoutAVmThreadsNeitherAttachNorDetach) {
   InstallVm(nullptr);
   ProbeThread probe;
   ASSERT_TRUE(RunProbe(probe));
@@ -224,7 +224,7 @@ TEST(QXThreadVmTest, WithoutAVmThreadsNeitherAttachNorDetach) {
   EXPECT_EQ(Log().detaches, 0);
 }
 
-TEST(QXThreadVmTest, AfterANullLoadThreadsStopAttaching) {
+TEST(QXThreadTest, AfterANullLoadThreadsStopAttaching) {
   InstallVm(&FirstVm().vm);
   ProbeThread attached;
   ASSERT_TRUE(RunProbe(attached));
@@ -238,7 +238,7 @@ TEST(QXThreadVmTest, AfterANullLoadThreadsStopAttaching) {
   EXPECT_EQ(Log().detaches, 1);
 }
 
-TEST(QXThreadVmTest, RefusedAttachRunsTheBodyWithoutDetach) {
+TEST(QXThreadTest, RefusedAttachRunsTheBodyWithoutDetach) {
   InstallVm(&FirstVm().vm, AttachMode::kRefuse);
   ProbeThread probe;
   ASSERT_TRUE(RunProbe(probe));
@@ -246,7 +246,7 @@ TEST(QXThreadVmTest, RefusedAttachRunsTheBodyWithoutDetach) {
   EXPECT_EQ(Log().detaches, 0);
 }
 
-TEST(QXThreadVmTest, AttachWithoutEnvironmentDoesNotCountAsAttached) {
+TEST(QXThreadTest, AttachWithoutEnvironmentDoesNotCountAsAttached) {
   InstallVm(&FirstVm().vm, AttachMode::kNullEnvironment);
   ProbeThread probe;
   ASSERT_TRUE(RunProbe(probe));
@@ -254,7 +254,7 @@ TEST(QXThreadVmTest, AttachWithoutEnvironmentDoesNotCountAsAttached) {
   EXPECT_EQ(Log().detaches, 0);
 }
 
-TEST(QXThreadVmTest, VmWithdrawnDuringAttachDoesNotCountAsAttached) {
+TEST(QXThreadTest, VmWithdrawnDuringAttachDoesNotCountAsAttached) {
   InstallVm(&FirstVm().vm, AttachMode::kWithdrawVm);
   ProbeThread probe;
   CaptureFd err(2);
@@ -267,7 +267,7 @@ TEST(QXThreadVmTest, VmWithdrawnDuringAttachDoesNotCountAsAttached) {
                       " now: " + PointerText(nullptr) + "\n");
 }
 
-TEST(QXThreadVmTest, ThreadDetachesBeforeAnExceptionEndsTheProcess) {
+TEST(QXThreadTest, ThreadDetachesBeforeAnExceptionEndsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   class Thrower : public QXThread {
    public:

@@ -18,7 +18,7 @@ void UseZone(const char* zone) {
   tzset();
 }
 
-TEST(QXTimeZoneTest, LocalTimeOfTheEpochInUtc) {
+TEST(QXTimeTest, LocalTimeOfTheEpochInUtc) {
   UseZone("UTC0");
   tm got;
   ASSERT_TRUE(QXLocalTime(&got, 0));
@@ -33,7 +33,7 @@ TEST(QXTimeZoneTest, LocalTimeOfTheEpochInUtc) {
   EXPECT_EQ(got.tm_isdst, 0);
 }
 
-TEST(QXTimeZoneTest, LocalTimeAppliesAHalfHourOffset) {
+TEST(QXTimeTest, LocalTimeAppliesAHalfHourOffset) {
   UseZone("<+0530>-5:30");
   tm got;
   ASSERT_TRUE(QXLocalTime(&got, -1));
@@ -45,7 +45,7 @@ TEST(QXTimeZoneTest, LocalTimeAppliesAHalfHourOffset) {
   EXPECT_EQ(got.tm_gmtoff, 19800);
 }
 
-TEST(QXTimeZoneTest, LocalTimeAppliesDaylightSavingRules) {
+TEST(QXTimeTest, LocalTimeAppliesDaylightSavingRules) {
   UseZone("EST5EDT,M3.2.0,M11.1.0");
   tm summer;
   // 2023-06-29 00:53:20 UTC.
@@ -64,7 +64,7 @@ TEST(QXTimeZoneTest, LocalTimeAppliesDaylightSavingRules) {
   EXPECT_EQ(winter.tm_isdst, 0);
 }
 
-TEST(QXTimeZoneTest, LocalTimeMatchesLocaltimeInSeveralZones) {
+TEST(QXTimeTest, LocalTimeMatchesLocaltimeInSeveralZones) {
   const char* kZones[] = {"UTC0", "<+0530>-5:30", "EST5EDT,M3.2.0,M11.1.0",
                           "<-03>3", "CET-1CEST,M3.5.0,M10.5.0/3"};
   std::mt19937_64 random(20261115);
@@ -89,7 +89,7 @@ TEST(QXTimeZoneTest, LocalTimeMatchesLocaltimeInSeveralZones) {
   }
 }
 
-TEST(QXTimeZoneTest, CurrentTimeInUtcEqualsTheUniversalTime) {
+TEST(QXTimeTest, CurrentTimeInUtcEqualsTheUniversalTime) {
   UseZone("UTC0");
   for (int attempt = 0; attempt < 10; ++attempt) {
     time_t before = time(nullptr);
