@@ -137,8 +137,8 @@ void* QXThread::ThreadEntry(void* thread) {
   try {
     result = self->Run(self->_arg);
   } catch (...) {
-    // Without a handler further up the stack would not unwind, so the
-    // thread is detached here before the exception goes on.
+    // An exception that nothing catches ends the process without unwinding
+    // this frame, so the thread detaches here before it goes on.
     attachment.Detach();
     throw;
   }
