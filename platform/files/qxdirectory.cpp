@@ -7,6 +7,8 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <cstring>
+#include <memory>
 #include <vector>
 
 namespace QXPlatform {
@@ -34,6 +36,49 @@ const char* SkipWhiteSpace(const char* text) {
     ++text;
   }
   return text;
+}
+
+// The character test behind IsSecure, kept inside the library so the
+// sanitisers' loops need no call through the exported symbol.
+bool Allowed(int c) {
+  switch (c) {
+    case '\t':
+    case '\n':
+    case ' ':
+    case '"':
+    case '&':
+    case '\'':
+    case '(':
+    case ')':
+    case ';':
+    case '<':
+    case '>':
+    case '[':
+    case ']':
+    case '{':
+    case '|':
+    case '}':
+      return false;
+    default:
+      return true;
+  }
+}
+
+// Appends text to out without the rejected characters, a clean run at a
+// time; stops at the end, or at the first white space when asked to.
+void AppendAllowed(const char* p, bool stopAtWhiteSpace, std::string& out) {
+  for (;;) {
+    const char* run = p;
+    while (*p != '\0' && Allowed(static_cast<unsigned char>(*p)) &&
+           !(stopAtWhiteSpace && IsWhiteSpace(*p))) {
+      ++p;
+    }
+    out.append(run, static_cast<size_t>(p - run));
+    if (*p == '\0' || (stopAtWhiteSpace && IsWhiteSpace(*p))) {
+      return;
+    }
+    ++p;
+  }
 }
 
 // The home directory of user from the password database; false when the
@@ -88,14 +133,17 @@ int QXDirectoryScan::Close() {
 }
 
 std::string QXGetCurrentWorkingDirectory() {
-  std::vector<char> buffer(kInitialCwdBuffer);
-  while (::getcwd(buffer.data(), buffer.size()) == nullptr) {
+  size_t size = kInitialCwdBuffer;
+  // Not value-initialised: getcwd writes what is read back.
+  std::unique_ptr<char[]> buffer(new char[size]);
+  while (::getcwd(buffer.get(), size) == nullptr) {
     if (errno != ERANGE) {
       return ".";
     }
-    buffer.resize(buffer.size() * 2);
+    size *= 2;
+    buffer.reset(new char[size]);
   }
-  return std::string(buffer.data());
+  return std::string(buffer.get());
 }
 
 std::string QXGetAbsolutePath(const std::string& path) {
@@ -114,29 +162,7 @@ std::string QXGetAbsolutePath(const std::string& path) {
   return std::string(resolved);
 }
 
-bool IsSecure(int c) {
-  switch (c) {
-    case '\t':
-    case '\n':
-    case ' ':
-    case '"':
-    case '&':
-    case '\'':
-    case '(':
-    case ')':
-    case ';':
-    case '<':
-    case '>':
-    case '[':
-    case ']':
-    case '{':
-    case '|':
-    case '}':
-      return false;
-    default:
-      return true;
-  }
-}
+bool IsSecure(int c) { return Allowed(c); }
 
 std::string QXProcessFileName(const char* name) {
   std::string out;
@@ -144,6 +170,7 @@ std::string QXProcessFileName(const char* name) {
     return out;
   }
   const char* p = SkipWhiteSpace(name);
+  out.reserve(std::strlen(p));
   if (*p == '~') {
     const char* userStart = p + 1;
     const char* userEnd = userStart;
@@ -160,11 +187,7 @@ std::string QXProcessFileName(const char* name) {
     // The prefix goes out as it is; only what follows it is filtered.
     p = userEnd;
   }
-  for (; *p != '\0' && !IsWhiteSpace(*p); ++p) {
-    if (IsSecure(static_cast<unsigned char>(*p))) {
-      out += *p;
-    }
-  }
+  AppendAllowed(p, true, out);
   return out;
 }
 
@@ -175,11 +198,9 @@ std::string QXProcessSystemCommand(const char* command) {
   }
   // Deliberate: inner white space is removed and copying goes on, where the
   // file-name form stops at it.
-  for (const char* p = SkipWhiteSpace(command); *p != '\0'; ++p) {
-    if (IsSecure(static_cast<unsigned char>(*p))) {
-      out += *p;
-    }
-  }
+  const char* p = SkipWhiteSpace(command);
+  out.reserve(std::strlen(p));
+  AppendAllowed(p, false, out);
   return out;
 }
 
