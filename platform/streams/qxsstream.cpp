@@ -138,8 +138,11 @@ bool qxisstream::getbuffer(std::string& out) const {
 
 qxosstream::qxosstream() = default;
 
-qxosstream::qxosstream(const unsigned char* data, unsigned long n)
-    : _text(reinterpret_cast<const char*>(data), n) {}
+qxosstream::qxosstream(const unsigned char* data, unsigned long n) {
+  if (data != nullptr) {
+    _text.assign(reinterpret_cast<const char*>(data), n);
+  }
+}
 
 qxosstream::qxosstream(const char* s) : _text(s ? s : "") {}
 

@@ -4,7 +4,8 @@
 #include <ctype.h>
 #include <emmintrin.h>
 #include <errno.h>
-#include <locale.h>
+#include <langinfo.h>
+#include <stdint.h>
 #include <stdlib.h>
 
 #include <memory>
@@ -100,8 +101,8 @@ T ApplyRangeRule(T value) {
   return errno == ERANGE ? T(0) : value;
 }
 
-// Parses [+-]digits followed by anything as strtol would, when that cannot
-// overflow; false when the C library must decide.
+// Parses [+-]digits followed by anything as strtol would, when the value
+// fits a long; false when the C library must decide.
 bool ParsePlainLong(const char* text, long* value) {
   const char* p = text;
   bool negative = false;
@@ -112,14 +113,18 @@ bool ParsePlainLong(const char* text, long* value) {
   unsigned long long acc = 0;
   int digits = 0;
   while (*p >= '0' && *p <= '9') {
-    if (++digits > 18) {
+    if (++digits > 19) {
       return false;
     }
     acc = acc * 10 + static_cast<unsigned>(*p - '0');
     ++p;
   }
-  long v = static_cast<long>(acc);
-  *value = negative ? -v : v;
+  const unsigned long long kLongMax = 0x7FFFFFFFFFFFFFFFull;
+  if (acc > kLongMax + (negative ? 1 : 0)) {
+    return false;
+  }
+  // Negated as unsigned, so the most negative long needs no special case.
+  *value = static_cast<long>(negative ? 0 - acc : acc);
   return true;
 }
 
@@ -147,9 +152,18 @@ const double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 
-// Decimal numbers with at most 15 significant digits and a small exponent
-// are exact products or quotients of two exactly representable doubles, so
-// one correctly rounded operation gives what strtod gives.
+// True when the current locale's decimal point is the single byte '.'; in
+// any other locale strtod reads the number differently.
+bool DecimalPointIsDot() {
+  const char* point = nl_langinfo(RADIXCHAR);
+  return point != nullptr && point[0] == '.' && point[1] == '\0';
+}
+
+// A decimal number whose significant digits form an integer of at most 2^53
+// and whose power of ten is at most 22 is one correctly rounded product or
+// quotient of two exactly representable doubles, which is what strtod gives.
+// Anything else (hexadecimal, infinities, NaNs, long mantissas, big
+// exponents, denormal results) is left to the C library.
 bool ParsePlainDouble(const char* text, double* value) {
   const char* p = text;
   bool negative = false;
@@ -164,7 +178,7 @@ bool ParsePlainDouble(const char* text, double* value) {
   while (*p >= '0' && *p <= '9') {
     any = true;
     if (mantissa != 0 || *p != '0') {
-      if (++digits > 15) {
+      if (++digits > 19) {
         return false;
       }
     }
@@ -172,15 +186,11 @@ bool ParsePlainDouble(const char* text, double* value) {
     ++p;
   }
   if (*p == '.') {
-    const char* point = localeconv()->decimal_point;
-    if (point == nullptr || point[0] != '.' || point[1] != '\0') {
-      return false;
-    }
     ++p;
     while (*p >= '0' && *p <= '9') {
       any = true;
       if (mantissa != 0 || *p != '0') {
-        if (++digits > 15) {
+        if (++digits > 19) {
           return false;
         }
       }
@@ -202,7 +212,7 @@ bool ParsePlainDouble(const char* text, double* value) {
     if (*q >= '0' && *q <= '9') {
       int exponent = 0;
       while (*q >= '0' && *q <= '9') {
-        if (exponent > 1000) {
+        if (exponent > 100000) {
           return false;
         }
         exponent = exponent * 10 + (*q - '0');
@@ -212,24 +222,27 @@ bool ParsePlainDouble(const char* text, double* value) {
       p = q;
     }
   }
-  // A hexadecimal float or an infinity/NaN spelling starts differently; the
-  // prefix rule of strtod needs the rest only for 'x' after a lone 0.
-  if ((*p == 'x' || *p == 'X') && mantissa == 0 && scale == 0) {
+  // "0x" starts a hexadecimal number for strtod.
+  if ((*p == 'x' || *p == 'X') && p == text + (negative || *text == '+') + 1) {
     return false;
   }
-  double v = static_cast<double>(mantissa);
+  // Any other decimal point than '.' changes where the number ends.
+  if (!DecimalPointIsDot()) {
+    return false;
+  }
+  double v;
   if (mantissa == 0) {
     v = 0.0;
-  } else if (scale < 0) {
-    if (scale < -22) {
+  } else {
+    if (mantissa > (1ull << 53) || scale < -22 || scale > 22) {
       return false;
     }
-    v /= kExactPowers[-scale];
-  } else if (scale > 0) {
-    if (scale > 22) {
-      return false;
+    v = static_cast<double>(mantissa);
+    if (scale < 0) {
+      v /= kExactPowers[-scale];
+    } else {
+      v *= kExactPowers[scale];
     }
-    v *= kExactPowers[scale];
   }
   *value = negative ? -v : v;
   return true;
@@ -300,31 +313,43 @@ bool qxistream::gettoken(char* buffer, unsigned long max) {
     return false;
   }
   char* dst = buffer;
-  unsigned long stored = 0;
+  unsigned long room = max - 1;
   for (;;) {
     if (_ptr == _end && !_qxfill()) {
       break;
     }
-    unsigned char c = static_cast<unsigned char>(*_ptr);
-    if (c < 33 || c > 127) {
-      ++_ptr;
-      if (IsSpace(c)) {
-        break;
-      }
-      if (c < 33) {
-        continue;
-      }
-    } else {
-      ++_ptr;
+    const char* stop = FindTokenStop(_ptr, _end);
+    unsigned long run = static_cast<unsigned long>(stop - _ptr);
+    if (run > room) {
+      // The token is full: the next byte is dropped and the rest of its
+      // line goes too, line end included.
+      std::memcpy(dst, _ptr, room);
+      dst += room;
+      _ptr += room + 1;
+      skipline();
+      break;
     }
-    if (stored == max - 1) {
-      // The token is full: the byte just taken is dropped and the rest of
-      // its line goes too, line end included.
+    std::memcpy(dst, _ptr, run);
+    dst += run;
+    room -= run;
+    _ptr += run;
+    if (_ptr == _end) {
+      continue;
+    }
+    unsigned char c = static_cast<unsigned char>(*_ptr++);
+    if (IsSpace(c)) {
+      break;
+    }
+    if (c < 33) {
+      continue;
+    }
+    // A byte above 127 that the locale does not call whitespace.
+    if (room == 0) {
       skipline();
       break;
     }
     *dst++ = static_cast<char>(c);
-    ++stored;
+    --room;
   }
   *dst = '\0';
   return true;
@@ -382,14 +407,13 @@ bool qxistream::getline(char* buffer, unsigned long max) {
     return false;
   }
   char* dst = buffer;
-  char* const last = buffer + (max - 1);
+  unsigned long room = max - 1;
   for (;;) {
     if (_ptr == _end && !_qxfill()) {
       break;
     }
     const char* stop = FindLineStop(_ptr, _end);
     unsigned long run = static_cast<unsigned long>(stop - _ptr);
-    unsigned long room = static_cast<unsigned long>(last - dst);
     if (run > room) {
       // The line is longer than the buffer: keep what fits, drop the rest of
       // the line with its end.
@@ -401,6 +425,7 @@ bool qxistream::getline(char* buffer, unsigned long max) {
     }
     std::memcpy(dst, _ptr, run);
     dst += run;
+    room -= run;
     _ptr += run;
     if (_ptr == _end) {
       continue;
@@ -411,7 +436,11 @@ bool qxistream::getline(char* buffer, unsigned long max) {
       break;
     }
   }
-  QX_CHECK((size_t)dst < (size_t)(buffer + max), "getline");
+  // Compared as addresses, so that an absurd max cannot make the check
+  // itself undefined.
+  QX_CHECK_TEXT(reinterpret_cast<uintptr_t>(dst) <
+                    reinterpret_cast<uintptr_t>(buffer) + max,
+                "(size_t)dst < (size_t)(buffer + max)", "getline");
   *dst = '\0';
   return true;
 }
