@@ -173,6 +173,12 @@ bool qxosstream::_qxopen(const char*) {
 }
 
 bool qxosstream::_qxflush() {
+  if (_begin == _buffer && _end == _buffer) {
+    // The span collapsed at an earlier failure: the stream stays failed, so
+    // further writes return 0 instead of finding a flush without room.
+    _eof = true;
+    return false;
+  }
   if (_begin == _buffer) {
     _text.append(_begin, static_cast<size_t>(_ptr - _begin));
     _offset += static_cast<unsigned long long>(_ptr - _buffer);

@@ -167,6 +167,11 @@ bool qxostdstream::_qxflush() {
   if (_stream == nullptr) {
     return false;
   }
+  if (_end == _buffer) {
+    // A refused stream stays attached but the span was never opened: every
+    // write fails rather than finding a flush that made no room.
+    return false;
+  }
   unsigned int len = static_cast<unsigned int>(_ptr - _buffer);
   _stream->write(_buffer, static_cast<std::streamsize>(len));
   _stream->flush();
