@@ -2,6 +2,8 @@
 
 #include <string.h>
 
+#include <algorithm>
+
 namespace QXPlatform {
 
 // ---------------------------------------------------------------------------
@@ -180,7 +182,14 @@ bool qxosstream::_qxflush() {
     return false;
   }
   if (_begin == _buffer) {
-    _text.append(_begin, static_cast<size_t>(_ptr - _begin));
+    size_t length = static_cast<size_t>(_ptr - _begin);
+    if (_text.capacity() - _text.size() < length) {
+      // Growing fourfold instead of twofold copies and touches a third less
+      // memory on the way to a large text; the spare room is address space
+      // that is touched only when written.
+      _text.reserve(std::max(_text.size() + length, _text.capacity() * 4));
+    }
+    _text.append(_begin, length);
     _offset += static_cast<unsigned long long>(_ptr - _buffer);
     _ptr = _buffer;
     return true;

@@ -142,7 +142,8 @@ TEST(qxstreamTest, AssignmentCopiesTheBlockButKeepsItsSpanStart) {
   EXPECT_EQ(Fields::ptr(target) - Fields::buffer(target), 3);
   EXPECT_EQ(std::string(Fields::buffer(target), 3), "abc");
   EXPECT_EQ(target.count(), 3u);
-  target = target;
+  qxostream& alias = target;
+  target = alias;
   EXPECT_EQ(Fields::ptr(target) - Fields::buffer(target), 3);
 }
 
