@@ -111,9 +111,9 @@ const std::string& IntegerText() {
     char buffer[32];
     for (int i = 0; i < kNumbers; ++i) {
       int v = static_cast<int>(gen()) >> (gen() % 31);
-      t.append(buffer, static_cast<size_t>(snprintf(buffer, sizeof buffer,
-                                                    "%d%c", v,
-                                                    i % 10 == 9 ? '\n' : ' ')));
+      t.append(buffer,
+               static_cast<size_t>(snprintf(buffer, sizeof buffer, "%d%c", v,
+                                            i % 10 == 9 ? '\n' : ' ')));
     }
     return t;
   }();
@@ -126,10 +126,12 @@ const std::string& DoubleText() {
     std::string t;
     char buffer[64];
     for (int i = 0; i < kNumbers; ++i) {
-      double v = (static_cast<double>(gen()) - 2147483648.0) / (1 << (gen() % 20));
-      t.append(buffer, static_cast<size_t>(snprintf(buffer, sizeof buffer,
-                                                    "%.*f%c", static_cast<int>(gen() % 7), v,
-                                                    i % 10 == 9 ? '\n' : ' ')));
+      double v =
+          (static_cast<double>(gen()) - 2147483648.0) / (1 << (gen() % 20));
+      t.append(buffer,
+               static_cast<size_t>(snprintf(buffer, sizeof buffer, "%.*f%c",
+                                            static_cast<int>(gen() % 7), v,
+                                            i % 10 == 9 ? '\n' : ' ')));
     }
     return t;
   }();
@@ -149,7 +151,8 @@ void BM_StdIstreamInt(benchmark::State& state) {
     benchmark::DoNotOptimize(sum);
   }
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * kNumbers));
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
+  state.SetBytesProcessed(
+      static_cast<int64_t>(state.iterations() * text.size()));
 }
 BENCHMARK(BM_StdIstreamInt)->Unit(benchmark::kMillisecond);
 
@@ -166,7 +169,8 @@ void BM_ExtractInt(benchmark::State& state) {
     benchmark::DoNotOptimize(sum);
   }
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * kNumbers));
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
+  state.SetBytesProcessed(
+      static_cast<int64_t>(state.iterations() * text.size()));
 }
 BENCHMARK(BM_ExtractInt)->Unit(benchmark::kMillisecond);
 
@@ -183,7 +187,8 @@ void BM_StdIstreamDouble(benchmark::State& state) {
     benchmark::DoNotOptimize(sum);
   }
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * kNumbers));
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
+  state.SetBytesProcessed(
+      static_cast<int64_t>(state.iterations() * text.size()));
 }
 BENCHMARK(BM_StdIstreamDouble)->Unit(benchmark::kMillisecond);
 
@@ -200,7 +205,8 @@ void BM_ExtractDouble(benchmark::State& state) {
     benchmark::DoNotOptimize(sum);
   }
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * kNumbers));
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
+  state.SetBytesProcessed(
+      static_cast<int64_t>(state.iterations() * text.size()));
 }
 BENCHMARK(BM_ExtractDouble)->Unit(benchmark::kMillisecond);
 

@@ -1,8 +1,8 @@
-#include "qxassert_private.h"
-
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
+
+#include "qxassert_private.h"
 
 namespace QXPlatform {
 

@@ -13,9 +13,10 @@ namespace QXPlatform {
 }  // namespace QXPlatform
 
 // Checks expr; the report names function and quotes expr as written.
-#define QX_CHECK(expr, function)          \
-  ((expr) ? static_cast<void>(0)          \
-          : ::QXPlatform::AssertionFailed(#expr, __FILE__, __LINE__, function))
+#define QX_CHECK(expr, function) \
+  ((expr)                        \
+       ? static_cast<void>(0)    \
+       : ::QXPlatform::AssertionFailed(#expr, __FILE__, __LINE__, function))
 
 // Checks cond but quotes text: for checks whose reported expression must
 // differ from the code that evaluates it (for example to keep pointer

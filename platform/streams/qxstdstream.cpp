@@ -19,7 +19,8 @@ qxostream qxnul;
 qxistdstream::qxistdstream() : _stream(nullptr), _own(false) {}
 
 qxistdstream::qxistdstream(std::istream* s, bool own) : _stream(s), _own(own) {
-  _eof = s == nullptr || (s->rdstate() & (std::ios::badbit | std::ios::failbit));
+  _eof =
+      s == nullptr || (s->rdstate() & (std::ios::badbit | std::ios::failbit));
 }
 
 qxistdstream::~qxistdstream() { LetGo(); }

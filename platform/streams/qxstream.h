@@ -382,7 +382,7 @@ QXPLATFORM_EXPORT qxostream& operator<<(qxostream& out,
                                         std::ostream& (*manip)(std::ostream&));
 // Format manipulators such as std::hex have nothing to change here; they act
 // as qxendl, which keeps them from being written as a bool.
-QXPLATFORM_EXPORT qxostream& operator<<(qxostream& out,
-                                        std::ios_base& (*manip)(std::ios_base&));
+QXPLATFORM_EXPORT qxostream& operator<<(
+    qxostream& out, std::ios_base& (*manip)(std::ios_base&));
 
 }  // namespace QXPlatform

@@ -3,8 +3,8 @@
 
 #include <ctype.h>
 #include <emmintrin.h>
-#include <immintrin.h>
 #include <errno.h>
+#include <immintrin.h>
 #include <langinfo.h>
 #include <stdint.h>
 #include <stdlib.h>
@@ -13,8 +13,8 @@
 #include <new>
 #include <string>
 
-#include "../system/qxmemory.h"
 #include "../qxassert_private.h"
+#include "../system/qxmemory.h"
 #include "qxstream.h"
 
 namespace QXPlatform {
@@ -68,7 +68,7 @@ const char* FindLineStopSse2(const char* p, const char* end) {
 // The same with 32-byte vectors, for processors that have them; scanning is
 // most of the cost of reading lines.
 __attribute__((target("avx2"))) const char* FindLineStopAvx2(const char* p,
-                                                            const char* end) {
+                                                             const char* end) {
   const __m256i limit = _mm256_set1_epi8(31);
   const __m256i tab = _mm256_set1_epi8('\t');
   while (end - p >= 32) {
@@ -590,13 +590,13 @@ const char* qxistream::NumberToken(char* small, unsigned long smallSize,
   return heap.get();
 }
 
-#define QX_DEFINE_NUMBER_EXTRACTOR(Type, Convert)             \
-  qxistream& qxistream::operator>>(Type& value) {             \
-    char small[128];                                          \
-    std::unique_ptr<char[]> heap;                             \
+#define QX_DEFINE_NUMBER_EXTRACTOR(Type, Convert)              \
+  qxistream& qxistream::operator>>(Type& value) {              \
+    char small[128];                                           \
+    std::unique_ptr<char[]> heap;                              \
     const char* text = NumberToken(small, sizeof small, heap); \
-    value = static_cast<Type>(text ? Convert(text) : 0);  \
-    return *this;                                             \
+    value = static_cast<Type>(text ? Convert(text) : 0);       \
+    return *this;                                              \
   }
 
 QX_DEFINE_NUMBER_EXTRACTOR(short, ConvertInt)

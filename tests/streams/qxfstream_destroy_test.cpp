@@ -9,8 +9,8 @@
 
 #include <gtest/gtest.h>
 
-#include <QXPlatform/QXPlatform.h>
 #include "support/qxtest_support.h"
+#include <QXPlatform/QXPlatform.h>
 
 namespace {
 

@@ -14,8 +14,8 @@
 
 #include <gtest/gtest.h>
 
-#include <QXPlatform/QXPlatform.h>
 #include "support/qxtest_support.h"
+#include <QXPlatform/QXPlatform.h>
 
 namespace QXPlatform {
 namespace {

@@ -8,9 +8,9 @@
 
 #include <gtest/gtest.h>
 
-#include <QXPlatform/QXPlatform.h>
 #include "support/qxtest_streams.h"
 #include "support/qxtest_support.h"
+#include <QXPlatform/QXPlatform.h>
 
 namespace QXPlatform {
 namespace {
@@ -57,7 +57,8 @@ TEST(qxifstreamTest, BlockEdgeSizesReadSkipAndCrossBoundaries) {
       qxofstream out(name.c_str());
       ASSERT_FALSE(out.eof());
       unsigned long piece = 1;
-      for (unsigned long at = 0; at < size; at += piece, piece = piece * 9 + 1) {
+      for (unsigned long at = 0; at < size;
+           at += piece, piece = piece * 9 + 1) {
         unsigned long n = std::min(piece, size - at);
         ASSERT_EQ(out.write(data.data() + at, n), n);
       }
@@ -292,9 +293,7 @@ TEST(qxofstreamTest, NewFileGetsMode0644BeforeTheUmask) {
   ScratchDir dir;
   mode_t mask = umask(022);
   umask(mask);
-  {
-    qxofstream out(dir.File("f").c_str());
-  }
+  { qxofstream out(dir.File("f").c_str()); }
   struct stat st;
   ASSERT_EQ(stat(dir.File("f").c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0644u & ~mask);

@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include <QXPlatform/streams/qxsstream.h>
 #include "support/qxtest_streams.h"
 #include "support/qxtest_support.h"
+#include <QXPlatform/streams/qxsstream.h>
 
 namespace QXPlatform {
 namespace {

@@ -10,8 +10,8 @@
 
 #include <gtest/gtest.h>
 
-#include <QXPlatform/QXPlatform.h>
 #include "support/qxtest_streams.h"
+#include <QXPlatform/QXPlatform.h>
 
 namespace QXPlatform {
 namespace {

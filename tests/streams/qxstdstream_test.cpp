@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include <QXPlatform/streams/qxstdstream.h>
 #include "support/qxtest_streams.h"
 #include "support/qxtest_support.h"
+#include <QXPlatform/streams/qxstdstream.h>
 
 namespace QXPlatform {
 namespace {
@@ -126,14 +126,10 @@ TEST(qxistdstreamTest, CloseLetsGoAndDestructionDeletesAnOwnedStream) {
     EXPECT_TRUE(in.close());
     EXPECT_EQ(deaths, 1);
   }
-  {
-    qxistdstream in(new WatchedIStream("abc", &deaths), true);
-  }
+  { qxistdstream in(new WatchedIStream("abc", &deaths), true); }
   EXPECT_EQ(deaths, 2);
   WatchedIStream kept("abc", &deaths);
-  {
-    qxistdstream in(&kept, false);
-  }
+  { qxistdstream in(&kept, false); }
   EXPECT_EQ(deaths, 2);
 }
 

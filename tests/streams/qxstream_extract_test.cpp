@@ -13,9 +13,9 @@
 
 #include <gtest/gtest.h>
 
-#include <QXPlatform/QXPlatform.h>
 #include "support/qxtest_streams.h"
 #include "support/qxtest_support.h"
+#include <QXPlatform/QXPlatform.h>
 
 namespace QXPlatform {
 namespace {
@@ -254,7 +254,12 @@ TEST(qxistreamTest, NumberTokenMayCrossSpans) {
 
 TEST(qxistreamTest, ControlBytesInsideANumberAreDropped) {
   errno = 0;
-  qxisstream in(std::string("1\x01" "2\x02" "3 4\x7f" "5", 9));
+  qxisstream in(
+      std::string("1\x01"
+                  "2\x02"
+                  "3 4\x7f"
+                  "5",
+                  9));
   int a = 0;
   int b = 0;
   in >> a >> b;
@@ -281,16 +286,52 @@ TEST(qxistreamTest, TokenOfMoreThan32767BytesIsCut) {
 // Tokens that the conversions treat specially, plus random ones.
 std::vector<std::string> IntegerTokens() {
   std::vector<std::string> tokens = {
-      "0", "-0", "+0", "1", "-1", "+17", "2147483647", "2147483648",
-      "-2147483648", "-2147483649", "4294967295", "4294967296", "32767",
-      "32768", "-32768", "-32769", "65535", "65536", "70000",
-      "9223372036854775807", "9223372036854775808", "-9223372036854775808",
-      "-9223372036854775809", "18446744073709551615", "18446744073709551616",
-      "99999999999999999999", "1234567890123456789", "12345678901234567890",
-      "-1234567890123456789", "00000000000000000000000012",
-      "-0000000000000000000009223372036854775808", "0x10", "0X1f", "12abc",
-      "+", "-", "+-5", "--5", "1e5", "3.9", "-3.9", "abc", "\xff\xfe",
-      "1\xe9", "007", "9223372036854775807000"};
+      "0",
+      "-0",
+      "+0",
+      "1",
+      "-1",
+      "+17",
+      "2147483647",
+      "2147483648",
+      "-2147483648",
+      "-2147483649",
+      "4294967295",
+      "4294967296",
+      "32767",
+      "32768",
+      "-32768",
+      "-32769",
+      "65535",
+      "65536",
+      "70000",
+      "9223372036854775807",
+      "9223372036854775808",
+      "-9223372036854775808",
+      "-9223372036854775809",
+      "18446744073709551615",
+      "18446744073709551616",
+      "99999999999999999999",
+      "1234567890123456789",
+      "12345678901234567890",
+      "-1234567890123456789",
+      "00000000000000000000000012",
+      "-0000000000000000000009223372036854775808",
+      "0x10",
+      "0X1f",
+      "12abc",
+      "+",
+      "-",
+      "+-5",
+      "--5",
+      "1e5",
+      "3.9",
+      "-3.9",
+      "abc",
+      "\xff\xfe",
+      "1\xe9",
+      "007",
+      "9223372036854775807000"};
   std::mt19937_64 gen(11);
   for (int i = 0; i < 4000; ++i) {
     std::string t;
@@ -315,25 +356,98 @@ std::vector<std::string> IntegerTokens() {
 }
 
 std::vector<std::string> FloatTokens() {
-  std::vector<std::string> tokens = {
-      "0", "-0", "+0", "0.0", "-0.0", "0e99999", "-0.000e-99999", "1e308",
-      "1.7976931348623157e308", "1.7976931348623159e308", "2e308", "-2e308",
-      "4.9406564584124654e-324", "5e-324", "2e-324", "1e-310", "-1e-310",
-      "2.2250738585072014e-308", "2.2250738585072011e-308", "1e-400", "inf",
-      "-inf", "INF", "infinity", "-Infinity", "infinite", "nan", "-nan",
-      "NAN", "nan(123)", "nan(abc)", "0x1p3", "0x1.8p1", "-0x10", "0x",
-      "0xg", "0X1P-1074", "1e", "1e+", "1e-", "1.", ".5", "-.5", ".", "-",
-      "+", "+-1", "--1", "1..2", "1.2.3", "12abc", "1,5",
-      "0000000000000000000000123", "00012.5000",
-      "123456789012345678901234567890", "9007199254740993",
-      "9007199254740992", "9007199254740991", "18014398509481985", "1e22",
-      "1e23", "123456789e-22", "1.5e-22", "1.5e-23", "3.14159",
-      "1e0000000000000005", "1e99999999999999999999",
-      "1e-99999999999999999999", "0.1", "0.2", "0.3", "123.456e-7", "4.35",
-      "8.589973e9", "1.00000000000000000000001", "0.000000000000000000001",
-      "1234567890123456789", "12345678901234567890.5", "2.5", "-2.5",
-      "1e-7", "5e-7", "0.5e1", "1E+2", "1e+0002", "9.999999999999999e22",
-      "3.4028235e38", "3.5e38", "1e-46", "1.4e-45", "7e-46", "00x10"};
+  std::vector<std::string> tokens = {"0",
+                                     "-0",
+                                     "+0",
+                                     "0.0",
+                                     "-0.0",
+                                     "0e99999",
+                                     "-0.000e-99999",
+                                     "1e308",
+                                     "1.7976931348623157e308",
+                                     "1.7976931348623159e308",
+                                     "2e308",
+                                     "-2e308",
+                                     "4.9406564584124654e-324",
+                                     "5e-324",
+                                     "2e-324",
+                                     "1e-310",
+                                     "-1e-310",
+                                     "2.2250738585072014e-308",
+                                     "2.2250738585072011e-308",
+                                     "1e-400",
+                                     "inf",
+                                     "-inf",
+                                     "INF",
+                                     "infinity",
+                                     "-Infinity",
+                                     "infinite",
+                                     "nan",
+                                     "-nan",
+                                     "NAN",
+                                     "nan(123)",
+                                     "nan(abc)",
+                                     "0x1p3",
+                                     "0x1.8p1",
+                                     "-0x10",
+                                     "0x",
+                                     "0xg",
+                                     "0X1P-1074",
+                                     "1e",
+                                     "1e+",
+                                     "1e-",
+                                     "1.",
+                                     ".5",
+                                     "-.5",
+                                     ".",
+                                     "-",
+                                     "+",
+                                     "+-1",
+                                     "--1",
+                                     "1..2",
+                                     "1.2.3",
+                                     "12abc",
+                                     "1,5",
+                                     "0000000000000000000000123",
+                                     "00012.5000",
+                                     "123456789012345678901234567890",
+                                     "9007199254740993",
+                                     "9007199254740992",
+                                     "9007199254740991",
+                                     "18014398509481985",
+                                     "1e22",
+                                     "1e23",
+                                     "123456789e-22",
+                                     "1.5e-22",
+                                     "1.5e-23",
+                                     "3.14159",
+                                     "1e0000000000000005",
+                                     "1e99999999999999999999",
+                                     "1e-99999999999999999999",
+                                     "0.1",
+                                     "0.2",
+                                     "0.3",
+                                     "123.456e-7",
+                                     "4.35",
+                                     "8.589973e9",
+                                     "1.00000000000000000000001",
+                                     "0.000000000000000000001",
+                                     "1234567890123456789",
+                                     "12345678901234567890.5",
+                                     "2.5",
+                                     "-2.5",
+                                     "1e-7",
+                                     "5e-7",
+                                     "0.5e1",
+                                     "1E+2",
+                                     "1e+0002",
+                                     "9.999999999999999e22",
+                                     "3.4028235e38",
+                                     "3.5e38",
+                                     "1e-46",
+                                     "1.4e-45",
+                                     "7e-46",
+                                     "00x10"};
   std::mt19937_64 gen(12);
   std::uniform_int_distribution<int> exponent(-330, 330);
   char text[128];
@@ -371,8 +485,8 @@ std::vector<std::string> FloatTokens() {
         break;
       }
       default: {
-        snprintf(text, sizeof text, "%lu.%lue%d", gen() % 1000000,
-                 gen() % 1000, exponent(gen) / 10);
+        snprintf(text, sizeof text, "%lu.%lue%d", gen() % 1000000, gen() % 1000,
+                 exponent(gen) / 10);
         break;
       }
     }
@@ -394,8 +508,8 @@ template <typename T, typename Reference>
 void ExpectSameAsCLibrary(const std::vector<std::string>& tokens,
                           Reference reference) {
   std::string text = Join(tokens);
-  for (const std::vector<size_t>& spans : {std::vector<size_t>{32768},
-                                           std::vector<size_t>{1, 2, 3}}) {
+  for (const std::vector<size_t>& spans :
+       {std::vector<size_t>{32768}, std::vector<size_t>{1, 2, 3}}) {
     SpanStream in(text, spans);
     for (const std::string& token : tokens) {
       errno = 0;
@@ -595,7 +709,9 @@ TEST(qxistreamTest, TokensFollowTheRulesOverEveryByteAndSpanPattern) {
 // Lines
 
 TEST(qxistreamTest, LineDropsControlBytesAndEndsAtCrCrLf) {
-  qxisstream in("a\tb\x01" "c\r\r\nnext");
+  qxisstream in(
+      "a\tb\x01"
+      "c\r\r\nnext");
   std::string line;
   EXPECT_TRUE(in.getline(line));
   EXPECT_EQ(line, "a\tbc");
@@ -606,8 +722,8 @@ TEST(qxistreamTest, LineDropsControlBytesAndEndsAtCrCrLf) {
 
 TEST(qxistreamTest, EveryKindOfLineEndCountsOnce) {
   qxisstream in("lf\ncr\rcrlf\r\ncrcrlf\r\r\ncrcr\r\rlast");
-  std::vector<std::string> expected = {"lf", "cr", "crlf", "crcrlf", "crcr",
-                                       "last"};
+  std::vector<std::string> expected = {"lf",     "cr",   "crlf",
+                                       "crcrlf", "crcr", "last"};
   EXPECT_EQ(StreamLines(in), expected);
   qxisstream lfcr("a\n\rb\n\nc");
   std::vector<std::string> expected2 = {"a", "", "b", "", "c"};

@@ -15,9 +15,9 @@
 
 #include <gtest/gtest.h>
 
-#include <QXPlatform/QXPlatform.h>
 #include "support/qxtest_streams.h"
 #include "support/qxtest_support.h"
+#include <QXPlatform/QXPlatform.h>
 
 namespace QXPlatform {
 namespace {
@@ -33,7 +33,8 @@ std::string Inserted(T value) {
   return out.str();
 }
 
-std::string Printed(const char* format, ...) __attribute__((format(printf, 1, 2)));
+std::string Printed(const char* format, ...)
+    __attribute__((format(printf, 1, 2)));
 
 std::string Printed(const char* format, ...) {
   char text[1024];
@@ -64,8 +65,8 @@ TEST(qxostreamTest, NumbersHaveTheirOneTextualForm) {
 
 TEST(qxostreamTest, BytesAreWrittenAsTheyAre) {
   qxosstream out;
-  out << 'a' << static_cast<unsigned char>(0xFF)
-      << static_cast<signed char>(-2) << '\0';
+  out << 'a' << static_cast<unsigned char>(0xFF) << static_cast<signed char>(-2)
+      << '\0';
   EXPECT_EQ(out.str(), std::string("a\xff\xfe\0", 4));
 }
 
@@ -73,9 +74,10 @@ TEST(qxostreamTest, BytesAreWrittenAsTheyAre) {
 // with what sprintf writes for the type's format.
 TEST(qxostreamTest, IntegersMatchSprintfByteForByte) {
   std::mt19937_64 gen(71);
-  std::vector<long> longs = {0, 1, -1, 9, 10, -10, 99, 100, INT_MIN, INT_MAX,
-                             LONG_MIN, LONG_MAX, SHRT_MIN, SHRT_MAX,
-                             USHRT_MAX, 1000000000, -1000000000};
+  std::vector<long> longs = {
+      0,        1,        -1,        9,          10,         -10,
+      99,       100,      INT_MIN,   INT_MAX,    LONG_MIN,   LONG_MAX,
+      SHRT_MIN, SHRT_MAX, USHRT_MAX, 1000000000, -1000000000};
   for (int i = 0; i < 20000; ++i) {
     long v = static_cast<long>(gen());
     longs.push_back(v >> (gen() % 64));
@@ -83,27 +85,62 @@ TEST(qxostreamTest, IntegersMatchSprintfByteForByte) {
   qxosstream out;
   std::string expected;
   for (long v : longs) {
-    out << static_cast<short>(v) << ' ' << static_cast<unsigned short>(v)
-        << ' ' << static_cast<int>(v) << ' ' << static_cast<unsigned int>(v)
-        << ' ' << v << ' ' << static_cast<unsigned long>(v) << '\n';
-    expected += Printed("%hd %hu %d %u %ld %lu\n", static_cast<short>(v),
-                        static_cast<unsigned short>(v), static_cast<int>(v),
-                        static_cast<unsigned int>(v), v,
-                        static_cast<unsigned long>(v));
+    out << static_cast<short>(v) << ' ' << static_cast<unsigned short>(v) << ' '
+        << static_cast<int>(v) << ' ' << static_cast<unsigned int>(v) << ' '
+        << v << ' ' << static_cast<unsigned long>(v) << '\n';
+    expected +=
+        Printed("%hd %hu %d %u %ld %lu\n", static_cast<short>(v),
+                static_cast<unsigned short>(v), static_cast<int>(v),
+                static_cast<unsigned int>(v), v, static_cast<unsigned long>(v));
   }
   EXPECT_EQ(out.str(), expected);
 }
 
 TEST(qxostreamTest, FloatingPointMatchesSprintfByteForByte) {
-  std::vector<double> values = {
-      0.0, -0.0, 1.0, -1.0, 0.5, 0.0000005, 0.0000015, 0.0000025,
-      1.0000005, 2.5e-7, 1e-6, 123456.7890125, 0.1, 0.2, 0.3, 1e15, 1e16,
-      1e17, 1e22, 1e23, 1e100, 1e300, 1e308, DBL_MAX, -DBL_MAX, DBL_MIN,
-      DBL_TRUE_MIN, 4.9406564584124654e-324, 1e-310, FLT_MAX, FLT_MIN,
-      std::numeric_limits<double>::infinity(),
-      -std::numeric_limits<double>::infinity(), std::nan(""), -std::nan(""),
-      std::nan("123"), 9007199254740993.0, 4294967295.5, 2.5, 3.5, -2.5,
-      0.125, 999999.9999995, 999999.9999994};
+  std::vector<double> values = {0.0,
+                                -0.0,
+                                1.0,
+                                -1.0,
+                                0.5,
+                                0.0000005,
+                                0.0000015,
+                                0.0000025,
+                                1.0000005,
+                                2.5e-7,
+                                1e-6,
+                                123456.7890125,
+                                0.1,
+                                0.2,
+                                0.3,
+                                1e15,
+                                1e16,
+                                1e17,
+                                1e22,
+                                1e23,
+                                1e100,
+                                1e300,
+                                1e308,
+                                DBL_MAX,
+                                -DBL_MAX,
+                                DBL_MIN,
+                                DBL_TRUE_MIN,
+                                4.9406564584124654e-324,
+                                1e-310,
+                                FLT_MAX,
+                                FLT_MIN,
+                                std::numeric_limits<double>::infinity(),
+                                -std::numeric_limits<double>::infinity(),
+                                std::nan(""),
+                                -std::nan(""),
+                                std::nan("123"),
+                                9007199254740993.0,
+                                4294967295.5,
+                                2.5,
+                                3.5,
+                                -2.5,
+                                0.125,
+                                999999.9999995,
+                                999999.9999994};
   std::mt19937_64 gen(72);
   for (int i = 0; i < 20000; ++i) {
     uint64_t bits = gen();
@@ -117,7 +154,8 @@ TEST(qxostreamTest, FloatingPointMatchesSprintfByteForByte) {
   std::string expected;
   for (double v : values) {
     out << v << ' ' << static_cast<float>(v) << '\n';
-    expected += Printed("%f %f\n", v, static_cast<double>(static_cast<float>(v)));
+    expected +=
+        Printed("%f %f\n", v, static_cast<double>(static_cast<float>(v)));
   }
   EXPECT_EQ(out.str(), expected);
 }
@@ -291,7 +329,8 @@ TEST(qxostreamTest, CopyOfAnExhaustedSourceReturnsAtOnce) {
 TEST(qxostreamTest, CopyIntoAFailedStreamStops) {
   qxisstream in("data");
   RecordingOStream out(2, 1);
-  out << "ab" << "c";
+  out << "ab"
+      << "c";
   ASSERT_TRUE(out.eof());
   out << in;
   EXPECT_EQ(in.tell(), 0u);

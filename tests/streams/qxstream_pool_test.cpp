@@ -12,8 +12,8 @@
 
 #include <gtest/gtest.h>
 
-#include <QXPlatform/QXPlatform.h>
 #include "support/qxtest_streams.h"
+#include <QXPlatform/QXPlatform.h>
 
 namespace {
 
@@ -134,9 +134,8 @@ TEST(QXBoundedCacheTest, StreamsBelowTheLimitAllocateNothing) {
 TEST(qxisstreamTest, SetWithNoBytesAllocatesNothing) {
   qxisstream in;
   const char* data = "abc";
-  long allocations = AllocationsDuring([&] {
-    EXPECT_FALSE(in.set(data, 0, true));
-  });
+  long allocations =
+      AllocationsDuring([&] { EXPECT_FALSE(in.set(data, 0, true)); });
   EXPECT_EQ(allocations, 0);
   allocations = AllocationsDuring([&] { EXPECT_TRUE(in.set(data, 3, true)); });
   EXPECT_EQ(allocations, 1);
@@ -148,9 +147,8 @@ TEST(qxistreamTest, LineScratchStaysOnTheStackBelowTheThreshold) {
   qxisstream in("short\nshort\nshort\n");
   std::string line;
   line.reserve(64);
-  long allocations = AllocationsDuring([&] {
-    EXPECT_TRUE(in.getline(line, 1008));
-  });
+  long allocations =
+      AllocationsDuring([&] { EXPECT_TRUE(in.getline(line, 1008)); });
   EXPECT_EQ(allocations, 0);
   allocations = AllocationsDuring([&] { EXPECT_TRUE(in.getline(line, 1009)); });
   EXPECT_EQ(allocations, 1);

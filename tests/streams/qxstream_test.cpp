@@ -10,9 +10,9 @@
 
 #include <gtest/gtest.h>
 
-#include <QXPlatform/QXPlatform.h>
 #include "support/qxtest_streams.h"
 #include "support/qxtest_support.h"
+#include <QXPlatform/QXPlatform.h>
 
 namespace QXPlatform {
 namespace {
@@ -372,9 +372,10 @@ TEST(qxostreamTest, WriteHandsFullSpansToTheSink) {
   RecordingOStream out(1000);
   EXPECT_EQ(out.write(data.data(), 2500), 2500u);
   EXPECT_EQ(out.flushes(), 2);
-  EXPECT_EQ(out.write(reinterpret_cast<const unsigned char*>(data.data()) + 2500,
-                      500),
-            500u);
+  EXPECT_EQ(
+      out.write(reinterpret_cast<const unsigned char*>(data.data()) + 2500,
+                500),
+      500u);
   EXPECT_EQ(out.flushes(), 2);
   // A full span is flushed by the next write before anything is copied.
   EXPECT_EQ(out.write(reinterpret_cast<const signed char*>(data.data()) + 3000,

@@ -35,8 +35,7 @@ struct Fields : qxstream {
 // false. 0 never fails.
 class RecordingOStream : public qxostream {
  public:
-  explicit RecordingOStream(unsigned long span = kBlockSize,
-                            int failAt = 0);
+  explicit RecordingOStream(unsigned long span = kBlockSize, int failAt = 0);
   const std::string& text() const { return _text; }
   int flushes() const { return _flushes; }
   // Called at the start of every flush, before anything changes.

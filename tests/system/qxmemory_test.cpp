@@ -9,8 +9,8 @@
 
 #include <gtest/gtest.h>
 
-#include <QXPlatform/system/qxmemory.h>
 #include "support/qxtest_support.h"
+#include <QXPlatform/system/qxmemory.h>
 
 namespace QXPlatform {
 namespace {
