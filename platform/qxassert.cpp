@@ -1,16 +1,20 @@
-#include "qxassert_private.h"
-
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
+
+#include "qxassert_private.h"
 
 namespace QXPlatform {
 
 void AssertionFailed(const char* expr, const char* file, unsigned line,
                      const char* function) {
+  const char* program = program_invocation_short_name;
   fflush(stdout);
-  fprintf(stderr, "%s: %s:%u: %s: Assertion `%s' failed.\n",
-          program_invocation_short_name, file, line, function, expr);
+  // The C library leaves out the program part when the name is empty.
+  fprintf(stderr, "%s%s%s:%u: %s%sAssertion `%s' failed.\n", program,
+          program[0] != '\0' ? ": " : "", file, line,
+          function != nullptr ? function : "", function != nullptr ? ": " : "",
+          expr);
   fflush(stderr);
   abort();
 }

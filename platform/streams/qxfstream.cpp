@@ -245,7 +245,9 @@ bool qxofstream::append(const char* name) {
   return true;
 }
 
-bool qxofstream::append(const std::string& name) { return append(name.c_str()); }
+bool qxofstream::append(const std::string& name) {
+  return append(name.c_str());
+}
 
 // ---------------------------------------------------------------------------
 // Writing and reading back

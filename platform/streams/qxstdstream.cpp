@@ -19,7 +19,8 @@ qxostream qxnul;
 qxistdstream::qxistdstream() : _stream(nullptr), _own(false) {}
 
 qxistdstream::qxistdstream(std::istream* s, bool own) : _stream(s), _own(own) {
-  _eof = s == nullptr || (s->rdstate() & (std::ios::badbit | std::ios::failbit));
+  _eof =
+      s == nullptr || (s->rdstate() & (std::ios::badbit | std::ios::failbit));
 }
 
 qxistdstream::~qxistdstream() { LetGo(); }
@@ -165,6 +166,11 @@ bool qxostdstream::_qxclose() {
 
 bool qxostdstream::_qxflush() {
   if (_stream == nullptr) {
+    return false;
+  }
+  if (_end == _buffer) {
+    // A refused stream stays attached but the span was never opened: every
+    // write fails rather than finding a flush that made no room.
     return false;
   }
   unsigned int len = static_cast<unsigned int>(_ptr - _buffer);

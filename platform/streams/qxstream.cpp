@@ -30,18 +30,28 @@ const char* QXIOError::what() const { return _message.c_str(); }
 
 namespace {
 
-// strerror_r comes in two shapes; both end up here with a uniform result.
-[[maybe_unused]] int StrErrorResult(int result, char*, unsigned long) { return result; }
+// strerror_r comes in two shapes. The POSIX one already reports 0 or an
+// error number.
+[[maybe_unused]] int StrErrorResult(int result, char*, unsigned long) {
+  return result;
+}
 
-[[maybe_unused]] int StrErrorResult(const char* text, char* buffer, unsigned long size) {
-  if (text == nullptr || size == 0) {
+// The GNU one returns the text instead; it hands back the caller's buffer
+// only for an error number it does not know. Report as the POSIX shape
+// does: EINVAL for an unknown number, ERANGE when the text was cut.
+[[maybe_unused]] int StrErrorResult(const char* text, char* buffer,
+                                    unsigned long size) {
+  if (text == nullptr || text == buffer) {
     return EINVAL;
   }
-  if (text != buffer) {
-    strncpy(buffer, text, size - 1);
-    buffer[size - 1] = '\0';
+  if (size == 0) {
+    return ERANGE;
   }
-  return 0;
+  unsigned long length = strlen(text);
+  unsigned long copied = length < size - 1 ? length : size - 1;
+  std::memcpy(buffer, text, copied);
+  buffer[copied] = '\0';
+  return copied < length ? ERANGE : 0;
 }
 
 }  // namespace

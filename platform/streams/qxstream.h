@@ -3,6 +3,7 @@
 // Buffered byte streams: the base classes every back-end derives from, the
 // pool their 32768-byte blocks come from, and the I/O exception type.
 
+#include <cstdint>
 #include <cstring>
 #include <iosfwd>
 #include <memory>
@@ -45,19 +46,23 @@ class QXBoundedCache {
   // Returns a block of BlockSize bytes, not cleared. Throws std::bad_alloc
   // when the pool is empty and the heap has no room.
   char* Take() {
-    std::lock_guard<std::mutex> lock(_mutex);
-    if (_head == nullptr) {
-      return new char[BlockSize];
+    {
+      std::lock_guard<std::mutex> lock(_mutex);
+      char* block = _head;
+      if (block != nullptr) {
+        std::memcpy(&_head, block, sizeof _head);
+        return block;
+      }
     }
-    char* block = _head;
-    std::memcpy(&_head, block, sizeof _head);
-    return block;
+    // The lock covers only the list: a heap block needs no shared state.
+    return new char[BlockSize];
   }
 
-  // Gives back a block from Take; null is ignored.
+  // Gives back a block from Take; null is ignored. Arena blocks go to the
+  // head of the free list, so the block released last is handed out next.
   void Give(char* block) {
-    std::lock_guard<std::mutex> lock(_mutex);
-    if (block >= _arena && block < _arena + sizeof _arena) {
+    if (Owns(block)) {
+      std::lock_guard<std::mutex> lock(_mutex);
       std::memcpy(block, &_head, sizeof _head);
       _head = block;
     } else {
@@ -67,7 +72,10 @@ class QXBoundedCache {
 
   // True when the block lies inside the arena.
   bool Owns(const char* block) const {
-    return block >= _arena && block < _arena + sizeof _arena;
+    // Compared as addresses: the block may come from anywhere.
+    std::uintptr_t at = reinterpret_cast<std::uintptr_t>(block);
+    std::uintptr_t first = reinterpret_cast<std::uintptr_t>(_arena);
+    return at >= first && at < first + sizeof _arena;
   }
 
  private:
@@ -374,7 +382,7 @@ QXPLATFORM_EXPORT qxostream& operator<<(qxostream& out,
                                         std::ostream& (*manip)(std::ostream&));
 // Format manipulators such as std::hex have nothing to change here; they act
 // as qxendl, which keeps them from being written as a bool.
-QXPLATFORM_EXPORT qxostream& operator<<(qxostream& out,
-                                        std::ios_base& (*manip)(std::ios_base&));
+QXPLATFORM_EXPORT qxostream& operator<<(
+    qxostream& out, std::ios_base& (*manip)(std::ios_base&));
 
 }  // namespace QXPlatform

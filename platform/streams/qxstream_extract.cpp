@@ -4,15 +4,17 @@
 #include <ctype.h>
 #include <emmintrin.h>
 #include <errno.h>
-#include <locale.h>
+#include <immintrin.h>
+#include <langinfo.h>
+#include <stdint.h>
 #include <stdlib.h>
 
 #include <memory>
 #include <new>
 #include <string>
 
-#include "../system/qxmemory.h"
 #include "../qxassert_private.h"
+#include "../system/qxmemory.h"
 #include "qxstream.h"
 
 namespace QXPlatform {
@@ -22,16 +24,32 @@ const unsigned long kNumberScratch = 32768;
 
 inline bool IsSpace(unsigned char c) { return isspace(c) != 0; }
 
-// First byte in [p, end) that is below 32 and not a tab, or end. These are
-// the bytes that stop a run of line text.
-const char* FindLineStop(const char* p, const char* end) {
+// Marks the bytes of v that are below 32 and not a tab.
+inline __m128i LineStops(__m128i v) {
   const __m128i limit = _mm_set1_epi8(31);
   const __m128i tab = _mm_set1_epi8('\t');
-  while (end - p >= 16) {
-    __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    __m128i low = _mm_cmpeq_epi8(_mm_max_epu8(v, limit), limit);
-    __m128i stop = _mm_andnot_si128(_mm_cmpeq_epi8(v, tab), low);
-    int mask = _mm_movemask_epi8(stop);
+  __m128i low = _mm_cmpeq_epi8(_mm_max_epu8(v, limit), limit);
+  return _mm_andnot_si128(_mm_cmpeq_epi8(v, tab), low);
+}
+
+// First byte in [p, end) that is below 32 and not a tab, or end: the bytes
+// that stop a run of line text. Baseline version for every x86-64 processor.
+// Lines are mostly longer than 16 bytes, so two vectors are tested per step.
+const char* FindLineStopSse2(const char* p, const char* end) {
+  while (end - p >= 32) {
+    __m128i a = LineStops(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+    __m128i b =
+        LineStops(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16)));
+    if (_mm_movemask_epi8(_mm_or_si128(a, b)) != 0) {
+      unsigned mask = static_cast<unsigned>(_mm_movemask_epi8(a)) |
+                      static_cast<unsigned>(_mm_movemask_epi8(b)) << 16;
+      return p + __builtin_ctz(mask);
+    }
+    p += 32;
+  }
+  if (end - p >= 16) {
+    int mask = _mm_movemask_epi8(
+        LineStops(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))));
     if (mask != 0) {
       return p + __builtin_ctz(static_cast<unsigned>(mask));
     }
@@ -45,6 +63,38 @@ const char* FindLineStop(const char* p, const char* end) {
     ++p;
   }
   return end;
+}
+
+// The same with 32-byte vectors, for processors that have them; scanning is
+// most of the cost of reading lines.
+__attribute__((target("avx2"))) const char* FindLineStopAvx2(const char* p,
+                                                             const char* end) {
+  const __m256i limit = _mm256_set1_epi8(31);
+  const __m256i tab = _mm256_set1_epi8('\t');
+  while (end - p >= 32) {
+    __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+    __m256i low = _mm256_cmpeq_epi8(_mm256_max_epu8(v, limit), limit);
+    __m256i stop = _mm256_andnot_si256(_mm256_cmpeq_epi8(v, tab), low);
+    unsigned mask = static_cast<unsigned>(_mm256_movemask_epi8(stop));
+    if (mask != 0) {
+      return p + __builtin_ctz(mask);
+    }
+    p += 32;
+  }
+  return FindLineStopSse2(p, end);
+}
+
+typedef const char* (*LineStopFinder)(const char*, const char*);
+
+// Chosen once for the processor the process runs on.
+LineStopFinder ChooseLineStopFinder() {
+  __builtin_cpu_init();
+  return __builtin_cpu_supports("avx2") ? FindLineStopAvx2 : FindLineStopSse2;
+}
+
+inline const char* FindLineStop(const char* p, const char* end) {
+  static const LineStopFinder finder = ChooseLineStopFinder();
+  return finder(p, end);
 }
 
 // First LF or CR in [p, end), or end.
@@ -100,8 +150,8 @@ T ApplyRangeRule(T value) {
   return errno == ERANGE ? T(0) : value;
 }
 
-// Parses [+-]digits followed by anything as strtol would, when that cannot
-// overflow; false when the C library must decide.
+// Parses [+-]digits followed by anything as strtol would, when the value
+// fits a long; false when the C library must decide.
 bool ParsePlainLong(const char* text, long* value) {
   const char* p = text;
   bool negative = false;
@@ -112,14 +162,18 @@ bool ParsePlainLong(const char* text, long* value) {
   unsigned long long acc = 0;
   int digits = 0;
   while (*p >= '0' && *p <= '9') {
-    if (++digits > 18) {
+    if (++digits > 19) {
       return false;
     }
     acc = acc * 10 + static_cast<unsigned>(*p - '0');
     ++p;
   }
-  long v = static_cast<long>(acc);
-  *value = negative ? -v : v;
+  const unsigned long long kLongMax = 0x7FFFFFFFFFFFFFFFull;
+  if (acc > kLongMax + (negative ? 1 : 0)) {
+    return false;
+  }
+  // Negated as unsigned, so the most negative long needs no special case.
+  *value = static_cast<long>(negative ? 0 - acc : acc);
   return true;
 }
 
@@ -147,9 +201,18 @@ const double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 
-// Decimal numbers with at most 15 significant digits and a small exponent
-// are exact products or quotients of two exactly representable doubles, so
-// one correctly rounded operation gives what strtod gives.
+// True when the current locale's decimal point is the single byte '.'; in
+// any other locale strtod reads the number differently.
+bool DecimalPointIsDot() {
+  const char* point = nl_langinfo(RADIXCHAR);
+  return point != nullptr && point[0] == '.' && point[1] == '\0';
+}
+
+// A decimal number whose significant digits form an integer of at most 2^53
+// and whose power of ten is at most 22 is one correctly rounded product or
+// quotient of two exactly representable doubles, which is what strtod gives.
+// Anything else (hexadecimal, infinities, NaNs, long mantissas, big
+// exponents, denormal results) is left to the C library.
 bool ParsePlainDouble(const char* text, double* value) {
   const char* p = text;
   bool negative = false;
@@ -164,7 +227,7 @@ bool ParsePlainDouble(const char* text, double* value) {
   while (*p >= '0' && *p <= '9') {
     any = true;
     if (mantissa != 0 || *p != '0') {
-      if (++digits > 15) {
+      if (++digits > 19) {
         return false;
       }
     }
@@ -172,15 +235,11 @@ bool ParsePlainDouble(const char* text, double* value) {
     ++p;
   }
   if (*p == '.') {
-    const char* point = localeconv()->decimal_point;
-    if (point == nullptr || point[0] != '.' || point[1] != '\0') {
-      return false;
-    }
     ++p;
     while (*p >= '0' && *p <= '9') {
       any = true;
       if (mantissa != 0 || *p != '0') {
-        if (++digits > 15) {
+        if (++digits > 19) {
           return false;
         }
       }
@@ -202,7 +261,7 @@ bool ParsePlainDouble(const char* text, double* value) {
     if (*q >= '0' && *q <= '9') {
       int exponent = 0;
       while (*q >= '0' && *q <= '9') {
-        if (exponent > 1000) {
+        if (exponent > 100000) {
           return false;
         }
         exponent = exponent * 10 + (*q - '0');
@@ -212,24 +271,27 @@ bool ParsePlainDouble(const char* text, double* value) {
       p = q;
     }
   }
-  // A hexadecimal float or an infinity/NaN spelling starts differently; the
-  // prefix rule of strtod needs the rest only for 'x' after a lone 0.
-  if ((*p == 'x' || *p == 'X') && mantissa == 0 && scale == 0) {
+  // "0x" starts a hexadecimal number for strtod.
+  if ((*p == 'x' || *p == 'X') && p == text + (negative || *text == '+') + 1) {
     return false;
   }
-  double v = static_cast<double>(mantissa);
+  // Any other decimal point than '.' changes where the number ends.
+  if (!DecimalPointIsDot()) {
+    return false;
+  }
+  double v;
   if (mantissa == 0) {
     v = 0.0;
-  } else if (scale < 0) {
-    if (scale < -22) {
+  } else {
+    if (mantissa > (1ull << 53) || scale < -22 || scale > 22) {
       return false;
     }
-    v /= kExactPowers[-scale];
-  } else if (scale > 0) {
-    if (scale > 22) {
-      return false;
+    v = static_cast<double>(mantissa);
+    if (scale < 0) {
+      v /= kExactPowers[-scale];
+    } else {
+      v *= kExactPowers[scale];
     }
-    v *= kExactPowers[scale];
   }
   *value = negative ? -v : v;
   return true;
@@ -300,31 +362,43 @@ bool qxistream::gettoken(char* buffer, unsigned long max) {
     return false;
   }
   char* dst = buffer;
-  unsigned long stored = 0;
+  unsigned long room = max - 1;
   for (;;) {
     if (_ptr == _end && !_qxfill()) {
       break;
     }
-    unsigned char c = static_cast<unsigned char>(*_ptr);
-    if (c < 33 || c > 127) {
-      ++_ptr;
-      if (IsSpace(c)) {
-        break;
-      }
-      if (c < 33) {
-        continue;
-      }
-    } else {
-      ++_ptr;
+    const char* stop = FindTokenStop(_ptr, _end);
+    unsigned long run = static_cast<unsigned long>(stop - _ptr);
+    if (run > room) {
+      // The token is full: the next byte is dropped and the rest of its
+      // line goes too, line end included.
+      std::memcpy(dst, _ptr, room);
+      dst += room;
+      _ptr += room + 1;
+      skipline();
+      break;
     }
-    if (stored == max - 1) {
-      // The token is full: the byte just taken is dropped and the rest of
-      // its line goes too, line end included.
+    std::memcpy(dst, _ptr, run);
+    dst += run;
+    room -= run;
+    _ptr += run;
+    if (_ptr == _end) {
+      continue;
+    }
+    unsigned char c = static_cast<unsigned char>(*_ptr++);
+    if (IsSpace(c)) {
+      break;
+    }
+    if (c < 33) {
+      continue;
+    }
+    // A byte above 127 that the locale does not call whitespace.
+    if (room == 0) {
       skipline();
       break;
     }
     *dst++ = static_cast<char>(c);
-    ++stored;
+    --room;
   }
   *dst = '\0';
   return true;
@@ -382,14 +456,13 @@ bool qxistream::getline(char* buffer, unsigned long max) {
     return false;
   }
   char* dst = buffer;
-  char* const last = buffer + (max - 1);
+  unsigned long room = max - 1;
   for (;;) {
     if (_ptr == _end && !_qxfill()) {
       break;
     }
     const char* stop = FindLineStop(_ptr, _end);
     unsigned long run = static_cast<unsigned long>(stop - _ptr);
-    unsigned long room = static_cast<unsigned long>(last - dst);
     if (run > room) {
       // The line is longer than the buffer: keep what fits, drop the rest of
       // the line with its end.
@@ -401,6 +474,7 @@ bool qxistream::getline(char* buffer, unsigned long max) {
     }
     std::memcpy(dst, _ptr, run);
     dst += run;
+    room -= run;
     _ptr += run;
     if (_ptr == _end) {
       continue;
@@ -411,7 +485,11 @@ bool qxistream::getline(char* buffer, unsigned long max) {
       break;
     }
   }
-  QX_CHECK((size_t)dst < (size_t)(buffer + max), "getline");
+  // Compared as addresses, so that an absurd max cannot make the check
+  // itself undefined.
+  QX_CHECK_TEXT(reinterpret_cast<uintptr_t>(dst) <
+                    reinterpret_cast<uintptr_t>(buffer) + max,
+                "(size_t)dst < (size_t)(buffer + max)", "getline");
   *dst = '\0';
   return true;
 }
@@ -512,13 +590,13 @@ const char* qxistream::NumberToken(char* small, unsigned long smallSize,
   return heap.get();
 }
 
-#define QX_DEFINE_NUMBER_EXTRACTOR(Type, Convert)             \
-  qxistream& qxistream::operator>>(Type& value) {             \
-    char small[128];                                          \
-    std::unique_ptr<char[]> heap;                             \
+#define QX_DEFINE_NUMBER_EXTRACTOR(Type, Convert)              \
+  qxistream& qxistream::operator>>(Type& value) {              \
+    char small[128];                                           \
+    std::unique_ptr<char[]> heap;                              \
     const char* text = NumberToken(small, sizeof small, heap); \
-    value = static_cast<Type>(text ? Convert(text) : 0);  \
-    return *this;                                             \
+    value = static_cast<Type>(text ? Convert(text) : 0);       \
+    return *this;                                              \
   }
 
 QX_DEFINE_NUMBER_EXTRACTOR(short, ConvertInt)

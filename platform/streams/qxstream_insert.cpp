@@ -94,12 +94,12 @@ qxostream& qxostream::operator<<(signed char value) {
 
 // Integers: std::to_chars gives the same digits as "%hd", "%hu", "%d", "%u",
 // "%ld" and "%lu" without the cost of parsing a format.
-#define QX_DEFINE_INTEGER_INSERTER(Type)                          \
-  qxostream& qxostream::operator<<(Type value) {                  \
-    char text[32];                                                \
+#define QX_DEFINE_INTEGER_INSERTER(Type)                                     \
+  qxostream& qxostream::operator<<(Type value) {                             \
+    char text[32];                                                           \
     std::to_chars_result r = std::to_chars(text, text + sizeof text, value); \
-    PutFormatted(text, static_cast<unsigned long>(r.ptr - text)); \
-    return *this;                                                 \
+    PutFormatted(text, static_cast<unsigned long>(r.ptr - text));            \
+    return *this;                                                            \
   }
 
 QX_DEFINE_INTEGER_INSERTER(short)
