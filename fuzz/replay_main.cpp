@@ -2,8 +2,10 @@
 // the command line, so a corpus is replayed as an ordinary test.
 
 #include <dirent.h>
+#include <limits.h>
 #include <stdint.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -43,7 +45,10 @@ void Collect(const std::string& path, std::vector<std::string>* files) {
 int main(int argc, char** argv) {
   std::vector<std::string> files;
   for (int i = 1; i < argc; ++i) {
-    Collect(argv[i], &files);
+    // Absolute, because a target may change the working directory.
+    char resolved[PATH_MAX];
+    Collect(realpath(argv[i], resolved) != nullptr ? resolved : argv[i],
+            &files);
   }
   std::sort(files.begin(), files.end());
   if (files.empty()) {
