@@ -7,4 +7,5 @@
 #include "streams/qxsstream.h"
 #include "streams/qxstdstream.h"
 #include "streams/qxstream.h"
+#include "streams/qxwrapperstream.h"
 #include "system/qxmemory.h"
