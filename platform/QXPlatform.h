@@ -3,7 +3,9 @@
 // Everything the library offers, in one include.
 
 #include "qxexport.h"
+#include "streams/qxcompress.h"
 #include "streams/qxfstream.h"
+#include "streams/qxgzstream.h"
 #include "streams/qxsstream.h"
 #include "streams/qxstdstream.h"
 #include "streams/qxstream.h"
