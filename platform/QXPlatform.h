@@ -9,5 +9,6 @@
 #include "streams/qxsstream.h"
 #include "streams/qxstdstream.h"
 #include "streams/qxstream.h"
+#include "streams/qxstreammngr.h"
 #include "streams/qxwrapperstream.h"
 #include "system/qxmemory.h"
