@@ -345,9 +345,10 @@ TEST(qxowrapperstreamTest, WithoutAnInnerStreamNothingCanBeWritten) {
 }
 
 TEST(qxowrapperstreamTest, SetRefusesNullAndFailedStreams) {
+  // Inner streams outlive the wrapper, whose destructor flushes them.
+  qxofstream failed;
   qxowrapperstream wrapper(nullptr, false);
   EXPECT_FALSE(wrapper.set(nullptr, false));
-  qxofstream failed;
   ASSERT_TRUE(failed.eof());
   EXPECT_FALSE(wrapper.set(&failed, false));
   EXPECT_EQ(wrapper.write("x", 1), 0u);
@@ -382,10 +383,10 @@ TEST(qxowrapperstreamTest, SetWithTheCurrentInnerStreamChangesNothing) {
 
 TEST(qxowrapperstreamTest, SetAnotherStreamFlushesAndDeletesTheOwnedOne) {
   std::vector<std::string> log;
+  qxosstream second;
   qxowrapperstream wrapper(new LoggedOStream(&log, "first"), true);
   wrapper << "abc";
   wrapper.flush();
-  qxosstream second;
   EXPECT_TRUE(wrapper.set(&second, false));
   EXPECT_EQ(log, std::vector<std::string>{"deleted first"});
   EXPECT_EQ(wrapper.tell(), 0u);
@@ -397,11 +398,11 @@ TEST(qxowrapperstreamTest, SetAnotherStreamFlushesAndDeletesTheOwnedOne) {
 TEST(qxowrapperstreamTest, SetAnotherStreamFlushesTheOldOne) {
   std::vector<std::string> log;
   LoggedOStream first(&log, "first");
+  qxosstream second;
   qxowrapperstream wrapper(&first, false);
   // Bytes in the inner stream's own block are handed on by its flush.
   first << "pending";
   int flushes = first.flushes;
-  qxosstream second;
   EXPECT_TRUE(wrapper.set(&second, false));
   EXPECT_EQ(first.flushes, flushes + 1);
   EXPECT_TRUE(log.empty());
