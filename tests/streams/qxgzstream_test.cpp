@@ -308,6 +308,32 @@ TEST(qxigzstreamTest, PlainBytesAfterTheLastMemberComeOutUnchanged) {
   EXPECT_EQ(Unpack(MakeMember(data) + noise), data + noise);
 }
 
+// A member of payload padded with an extra field so that it is exactly size
+// bytes long.
+std::string MemberOfSize(const std::string& payload, size_t size) {
+  GzipHeader h;
+  h.useExtra = true;
+  size_t bare = MakeMember(payload, h).size();
+  h.extra = std::string(size - bare, 'e');
+  return MakeMember(payload, h);
+}
+
+TEST(qxigzstreamTest, MembersAndPlainBytesStraddlingTheInputChunksReadWhole) {
+  // Compressed input comes in 16384-byte chunks; put the end of the first
+  // member (trailer, next header, plain bytes) on every side of a boundary.
+  std::string first = SampleText(20000, 40);
+  for (size_t end = 16384 - 12; end <= 16384 + 4; ++end) {
+    std::string head = MemberOfSize(first, end);
+    ASSERT_EQ(head.size(), end);
+    EXPECT_EQ(Unpack(head + MakeMember("second")), first + "second") << end;
+    std::string plain =
+        "\x1f"
+        "Zplain after the member";
+    EXPECT_EQ(Unpack(head + plain), first + plain) << end;
+    EXPECT_EQ(Unpack(head + "q"), first + "q") << end;
+  }
+}
+
 TEST(qxigzstreamTest, AWrongStoredCrcEndsTheStreamAtThatMember) {
   std::string first = SampleText(30000, 5);
   std::string second = SampleText(20000, 6);
