@@ -164,6 +164,8 @@ bool QXCompress(std::string& out, const std::string& data, const char* method) {
 bool QXUncompress(std::string& out, const char* data, size_t len,
                   const char* method) {
   ZstdDStreamStorage& z = DecompressionStorage();
+  // Deliberate: unlike compression, the result is appended to what out
+  // already holds.
   if (IsMethod(method, "gz")) {
     GzUncompress(out, data, len);
     return true;
