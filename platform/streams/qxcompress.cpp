@@ -128,6 +128,10 @@ bool ZstdUncompress(ZstdDStreamStorage& z, std::string& out, const char* data,
     size_t before = in.pos;
     size_t status = ZSTD_decompressStream(z.stream, &piece, &in);
     if (ZSTD_isError(status)) {
+      // A decoder that reported an error refuses all further input; start
+      // it afresh so that one bad buffer does not spoil the thread's later
+      // calls. A frame merely cut short is kept and continued next time.
+      ZSTD_initDStream(z.stream);
       return false;
     }
     out.append(z.block, piece.pos);

@@ -23,9 +23,10 @@ QXPLATFORM_EXPORT bool QXCompress(std::string& out, const std::string& data,
 // Appends to out (without clearing it first) the len bytes at data
 // uncompressed by method. "gz": true, also for data that are not gzip (they
 // come out unchanged) and for damaged data (what could be unpacked is kept).
-// "zstd": false when the decoder reports an error or makes no progress; the
-// thread's decoder carries its state over to the next call. An unknown or
-// null method gives false and an empty out. Any thread.
+// "zstd": false when the decoder reports an error (it then starts afresh on
+// the next call) or makes no progress; otherwise the thread's decoder carries
+// its state over to the next call, so a frame cut short is continued by it. An
+// unknown or null method gives false and an empty out. Any thread.
 QXPLATFORM_EXPORT bool QXUncompress(std::string& out, const char* data,
                                     size_t len, const char* method);
 // The same with the bytes of data.

@@ -232,6 +232,37 @@ TEST(QXCompressTest, TheThreadsDecoderContinuesFromTheLastCall) {
   });
 }
 
+TEST(QXCompressTest, AnErrorDoesNotSpoilTheThreadsLaterCalls) {
+  OnFreshThread([] {
+    std::string data = SampleText(100000, 10);
+    std::string packed;
+    ASSERT_TRUE(QXCompress(packed, data, "zstd"));
+    std::string out;
+    EXPECT_FALSE(QXUncompress(out, "garbage!garbage!", 16, "zstd"));
+    out.clear();
+    EXPECT_TRUE(QXUncompress(out, packed, "zstd"));
+    EXPECT_EQ(out, data);
+  });
+}
+
+TEST(QXCompressTest, AFrameCutShortIsContinuedByTheNextCall) {
+  OnFreshThread([] {
+    std::string data = RandomBytes(300000, 11);
+    std::string packed;
+    ASSERT_TRUE(QXCompress(packed, data, "zstd"));
+    std::string out;
+    ASSERT_TRUE(QXUncompress(out, packed.substr(0, packed.size() / 2), "zstd"));
+    // The next buffer is taken as the rest of that frame: a whole new frame
+    // does not fit there and is an error.
+    std::string next;
+    EXPECT_FALSE(QXUncompress(next, packed, "zstd"));
+    // After the error the decoder starts afresh.
+    next.clear();
+    EXPECT_TRUE(QXUncompress(next, packed, "zstd"));
+    EXPECT_EQ(next, data);
+  });
+}
+
 TEST(QXCompressTest, AFlippedZstdFrameIsAnErrorOrPartialNeverACrash) {
   std::string data = SampleText(200000, 7);
   std::string packed;
