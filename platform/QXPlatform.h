@@ -7,4 +7,6 @@
 #include "streams/qxsstream.h"
 #include "streams/qxstdstream.h"
 #include "streams/qxstream.h"
+#include "system/qxhost.h"
 #include "system/qxmemory.h"
+#include "system/qxversion.h"
