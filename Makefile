@@ -29,3 +29,6 @@ install: build
 
 clean:
 	@rm -rf build
+
+fuzz: setup
+	@bash scripts/fuzz.sh

@@ -9,4 +9,7 @@
 #include "streams/qxstream.h"
 #include "system/qxhost.h"
 #include "system/qxmemory.h"
+#include "system/qxsync.h"
+#include "system/qxthread.h"
+#include "system/qxtime.h"
 #include "system/qxversion.h"

@@ -1,0 +1,192 @@
+// Text extraction must not depend on how the source cuts its data into spans:
+// the same bytes in one span and in spans of fuzzer-chosen lengths give the
+// same tokens, lines, numbers and bytes.
+
+#include <errno.h>
+#include <stdint.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <QXPlatform/streams/qxsstream.h>
+#include <QXPlatform/streams/qxstream.h>
+
+namespace {
+
+using QXPlatform::qxistream;
+
+// Hands out its bytes in spans whose lengths cycle through a list.
+class ChoppedStream : public qxistream {
+ public:
+  ChoppedStream(const std::string& data, std::vector<size_t> spans)
+      : _data(data), _spans(std::move(spans)), _next(0), _pos(0) {
+    _eof = false;
+  }
+
+ protected:
+  bool _qxfill() override {
+    if (_pos >= _data.size()) {
+      _ptr = _end;
+      _eof = true;
+      return false;
+    }
+    size_t want = _spans[_next++ % _spans.size()];
+    size_t n = std::min(want, _data.size() - _pos);
+    _offset += static_cast<unsigned long long>(_ptr - _begin);
+    memcpy(_buffer, _data.data() + _pos, n);
+    _pos += n;
+    _begin = _ptr = _buffer;
+    _end = _buffer + n;
+    return true;
+  }
+
+ private:
+  std::string _data;
+  std::vector<size_t> _spans;
+  size_t _next;
+  size_t _pos;
+};
+
+// Applies one operation and describes its result as text.
+std::string Apply(qxistream& in, uint8_t op, uint8_t arg) {
+  errno = 0;
+  std::string out;
+  char buf[300];
+  unsigned long max = arg;
+  switch (op % 20) {
+    case 0: {
+      std::string line;
+      bool ok = in.getline(line);
+      return std::to_string(ok) + line;
+    }
+    case 1: {
+      bool ok = in.getline(buf, max);
+      return std::to_string(ok) + (max ? std::string(buf) : std::string());
+    }
+    case 2: {
+      std::string line;
+      bool ok = in.getline(line, max);
+      return std::to_string(ok) + line;
+    }
+    case 3: {
+      bool ok = in.gettoken(buf, max);
+      return std::to_string(ok) + (max ? std::string(buf) : std::string());
+    }
+    case 4: {
+      std::string token;
+      bool ok = in.gettoken(token, max);
+      return std::to_string(ok) + token;
+    }
+    case 5:
+      return std::to_string(in.skipline());
+    case 6: {
+      short v;
+      in >> v;
+      return std::to_string(v);
+    }
+    case 7: {
+      unsigned short v;
+      in >> v;
+      return std::to_string(v);
+    }
+    case 8: {
+      int v;
+      in >> v;
+      return std::to_string(v);
+    }
+    case 9: {
+      unsigned int v;
+      in >> v;
+      return std::to_string(v);
+    }
+    case 10: {
+      long v;
+      in >> v;
+      return std::to_string(v);
+    }
+    case 11: {
+      unsigned long v;
+      in >> v;
+      return std::to_string(v);
+    }
+    case 12: {
+      float v;
+      in >> v;
+      char text[64];
+      snprintf(text, sizeof text, "%a", static_cast<double>(v));
+      return text;
+    }
+    case 13: {
+      double v;
+      in >> v;
+      char text[64];
+      snprintf(text, sizeof text, "%a", v);
+      return text;
+    }
+    case 14: {
+      char c;
+      in >> c;
+      return std::string(1, c);
+    }
+    case 15: {
+      bool b;
+      in >> b;
+      return std::to_string(b);
+    }
+    case 16: {
+      unsigned long got = in.read(buf, max);
+      return std::string(buf, got);
+    }
+    case 17:
+      return std::to_string(in.skip(static_cast<long long>(arg) - 8));
+    case 18: {
+      std::string bytes;
+      in.read(bytes, max);
+      return bytes;
+    }
+    default: {
+      signed char c;
+      in >> c;
+      return std::to_string(c);
+    }
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  FuzzedDataProvider provider(data, size);
+  std::vector<size_t> spans;
+  size_t spanCount = provider.ConsumeIntegralInRange<size_t>(1, 8);
+  for (size_t i = 0; i < spanCount; ++i) {
+    spans.push_back(provider.ConsumeIntegralInRange<size_t>(1, 70));
+  }
+  std::string ops = provider.ConsumeBytesAsString(
+      provider.ConsumeIntegralInRange<size_t>(0, 64));
+  std::string text = provider.ConsumeRemainingBytesAsString();
+
+  QXPlatform::qxisstream whole(text.data(), text.size(), false);
+  ChoppedStream chopped(text, spans);
+  for (size_t i = 0; i < ops.size(); i += 2) {
+    uint8_t op = static_cast<uint8_t>(ops[i]);
+    uint8_t arg = i + 1 < ops.size() ? static_cast<uint8_t>(ops[i + 1]) : 16;
+    std::string a = Apply(whole, op, arg);
+    std::string b = Apply(chopped, op, arg);
+    if (a != b || whole.tell() != chopped.tell()) {
+      abort();
+    }
+  }
+  // Whatever is left reads the same too.
+  std::string restWhole;
+  std::string restChopped;
+  whole.read(restWhole);
+  chopped.read(restChopped);
+  if (restWhole != restChopped) {
+    abort();
+  }
+  return 0;
+}
