@@ -15,7 +15,7 @@
 namespace QXPlatform {
 namespace {
 
-class En0Namespace : public ::testing::Test {
+class QXHostTest : public ::testing::Test {
  protected:
   void SetUp() override {
     std::string why = testing::NamespaceMismatch("en0");
@@ -25,12 +25,8 @@ class En0Namespace : public ::testing::Test {
   }
 };
 
-class QXGetDomainNameTest : public En0Namespace {};
-class QXGetHostNameTest : public En0Namespace {};
-class QXGetHostIdentTest : public En0Namespace {};
-
 // Kept in one test: the order of the first calls is what is checked.
-TEST_F(QXGetDomainNameTest, FirstCallFixesTheAddressAndFallsBackToTheSystem) {
+TEST_F(QXHostTest, DomainNameFirstCallFixesTheAddressAndFallsBackToTheSystem) {
   const char* domain = QXGetDomainName();
   ASSERT_NE(domain, nullptr);
   // The address has no reverse entry, so the system domain answers.
@@ -40,13 +36,13 @@ TEST_F(QXGetDomainNameTest, FirstCallFixesTheAddressAndFallsBackToTheSystem) {
   EXPECT_EQ(testing::DottedQuad(QXGetIPAddress()), "10.11.12.13");
 }
 
-TEST_F(QXGetHostNameTest, NameWithoutDotIsKeptWhole) {
+TEST_F(QXHostTest, HostNameWithoutDotIsKeptWhole) {
   const char* host = QXGetHostName();
   ASSERT_NE(host, nullptr);
   EXPECT_STREQ(host, "alpha");
 }
 
-TEST_F(QXGetHostIdentTest, IsTheFirstFourHardwareAddressBytesBigEndian) {
+TEST_F(QXHostTest, HostIdentIsTheFirstFourHardwareAddressBytesBigEndian) {
   EXPECT_EQ(QXGetHostIdent(), 0x02112233L);
 }
 

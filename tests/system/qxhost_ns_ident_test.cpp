@@ -36,7 +36,7 @@ class Interface {
   return ::testing::AssertionSuccess();
 }
 
-class QXGetHostIdentTest : public ::testing::Test {
+class QXHostTest : public ::testing::Test {
  protected:
   void SetUp() override {
     std::string why = testing::NamespaceMismatch("plain");
@@ -46,29 +46,29 @@ class QXGetHostIdentTest : public ::testing::Test {
   }
 };
 
-TEST_F(QXGetHostIdentTest, IsZeroWithOnlyLoopback) {
+TEST_F(QXHostTest, HostIdentIsZeroWithOnlyLoopback) {
   EXPECT_EQ(QXGetHostIdent(), 0);
 }
 
-TEST_F(QXGetHostIdentTest, EthernetEn0GivesItsFirstFourAddressBytes) {
+TEST_F(QXHostTest, HostIdentOfEthernetEn0IsItsFirstFourAddressBytes) {
   Interface en0("en0");
   ASSERT_TRUE(AddEthernet("en0", "02:11:22:33:44:55"));
   EXPECT_EQ(QXGetHostIdent(), 0x02112233L);
 }
 
-TEST_F(QXGetHostIdentTest, HighFirstByteGivesAPositive32BitValue) {
+TEST_F(QXHostTest, HostIdentWithHighFirstByteIsAPositive32BitValue) {
   Interface en0("en0");
   ASSERT_TRUE(AddEthernet("en0", "fe:dc:ba:98:76:54"));
   EXPECT_EQ(QXGetHostIdent(), 0xfedcba98L);
 }
 
-TEST_F(QXGetHostIdentTest, En1AloneGivesZero) {
+TEST_F(QXHostTest, HostIdentWithEn1AloneIsZero) {
   Interface en1("en1");
   ASSERT_TRUE(AddEthernet("en1", "02:11:22:33:44:55"));
   EXPECT_EQ(QXGetHostIdent(), 0);
 }
 
-TEST_F(QXGetHostIdentTest, NamesThatOnlyResembleEn0GiveZero) {
+TEST_F(QXHostTest, HostIdentIgnoresNamesThatOnlyResembleEn0) {
   Interface en00("en00");
   Interface en("en");
   Interface upper("EN0");
@@ -78,7 +78,7 @@ TEST_F(QXGetHostIdentTest, NamesThatOnlyResembleEn0GiveZero) {
   EXPECT_EQ(QXGetHostIdent(), 0);
 }
 
-TEST_F(QXGetHostIdentTest, En0AmongOtherInterfacesIsFound) {
+TEST_F(QXHostTest, HostIdentFindsEn0AmongOtherInterfaces) {
   Interface en1("en1");
   Interface en0("en0");
   Interface en2("en2");
@@ -88,13 +88,13 @@ TEST_F(QXGetHostIdentTest, En0AmongOtherInterfacesIsFound) {
   EXPECT_EQ(QXGetHostIdent(), 0x0a0b0c0dL);
 }
 
-TEST_F(QXGetHostIdentTest, En0ThatIsNotEthernetGivesZero) {
+TEST_F(QXHostTest, HostIdentOfEn0ThatIsNotEthernetIsZero) {
   Interface en0("en0");
   ASSERT_EQ(testing::RunCommand("ip tuntap add en0 mode tun"), 0);
   EXPECT_EQ(QXGetHostIdent(), 0);
 }
 
-TEST_F(QXGetHostIdentTest, LoopbackRenamedEn0WithAnAddressGivesZero) {
+TEST_F(QXHostTest, HostIdentOfLoopbackRenamedEn0IsZero) {
   // A loopback device keeps its type under another name and takes a
   // six-byte address, so only the type rule keeps it out.
   ASSERT_EQ(testing::RunCommand("ip link set lo down && ip link set lo name "
@@ -107,7 +107,7 @@ TEST_F(QXGetHostIdentTest, LoopbackRenamedEn0WithAnAddressGivesZero) {
   EXPECT_EQ(ident, 0);
 }
 
-TEST_F(QXGetHostIdentTest, FollowsChangesBecauseItIsNotCached) {
+TEST_F(QXHostTest, HostIdentFollowsChangesBecauseItIsNotCached) {
   Interface en0("en0");
   ASSERT_TRUE(AddEthernet("en0", "02:11:22:33:44:55"));
   EXPECT_EQ(QXGetHostIdent(), 0x02112233L);

@@ -15,7 +15,7 @@
 namespace QXPlatform {
 namespace {
 
-class LoopbackNamespace : public ::testing::Test {
+class QXHostTest : public ::testing::Test {
  protected:
   void SetUp() override {
     std::string why = testing::NamespaceMismatch("loopback");
@@ -25,28 +25,23 @@ class LoopbackNamespace : public ::testing::Test {
   }
 };
 
-class QXGetHostNameTest : public LoopbackNamespace {};
-class QXGetIPAddressTest : public LoopbackNamespace {};
-class QXGetDomainNameTest : public LoopbackNamespace {};
-class QXGetHostIdentTest : public LoopbackNamespace {};
-
-TEST_F(QXGetHostNameTest, CutsTheSystemNameAtItsFirstDot) {
+TEST_F(QXHostTest, HostNameCutsTheSystemNameAtItsFirstDot) {
   const char* host = QXGetHostName();
   ASSERT_NE(host, nullptr);
   EXPECT_STREQ(host, "alpha");
 }
 
-TEST_F(QXGetIPAddressTest, IsLoopbackWhenOnlyLoIsUp) {
+TEST_F(QXHostTest, IPAddressIsLoopbackWhenOnlyLoIsUp) {
   EXPECT_EQ(testing::DottedQuad(QXGetIPAddress()), "127.0.0.1");
 }
 
-TEST_F(QXGetDomainNameTest, ComesFromTheReverseLookupOfTheAddress) {
+TEST_F(QXHostTest, DomainNameComesFromTheReverseLookupOfTheAddress) {
   const char* domain = QXGetDomainName();
   ASSERT_NE(domain, nullptr);
   EXPECT_STREQ(domain, "beta.gamma");
 }
 
-TEST_F(QXGetHostNameTest, LaterCallsReturnTheSameBuffers) {
+TEST_F(QXHostTest, HostNameDomainAndAddressKeepTheirBuffers) {
   const char* host = QXGetHostName();
   const char* domain = QXGetDomainName();
   const unsigned char* address = QXGetIPAddress();
@@ -55,7 +50,7 @@ TEST_F(QXGetHostNameTest, LaterCallsReturnTheSameBuffers) {
   EXPECT_EQ(QXGetIPAddress(), address);
 }
 
-TEST_F(QXGetHostNameTest, ChangesOfTheSystemAfterTheFirstCallAreNotSeen) {
+TEST_F(QXHostTest, HostNameDomainAndAddressIgnoreLaterSystemChanges) {
   ASSERT_NE(QXGetHostName(), nullptr);
   ASSERT_NE(QXGetIPAddress(), nullptr);
   ASSERT_EQ(sethostname("other.name", 10), 0);
@@ -65,7 +60,9 @@ TEST_F(QXGetHostNameTest, ChangesOfTheSystemAfterTheFirstCallAreNotSeen) {
   EXPECT_STREQ(QXGetDomainName(), "beta.gamma");
 }
 
-TEST_F(QXGetHostIdentTest, IsZeroWithoutEn0) { EXPECT_EQ(QXGetHostIdent(), 0); }
+TEST_F(QXHostTest, HostIdentIsZeroWithoutEn0) {
+  EXPECT_EQ(QXGetHostIdent(), 0);
+}
 
 }  // namespace
 }  // namespace QXPlatform

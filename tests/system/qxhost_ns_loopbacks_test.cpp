@@ -13,7 +13,7 @@
 namespace QXPlatform {
 namespace {
 
-class QXGetIPAddressTest : public ::testing::Test {
+class QXHostTest : public ::testing::Test {
  protected:
   void SetUp() override {
     std::string why = testing::NamespaceMismatch("loopbacks");
@@ -23,7 +23,7 @@ class QXGetIPAddressTest : public ::testing::Test {
   }
 };
 
-TEST_F(QXGetIPAddressTest, LastLoopbackAddressRemainsWhenThereIsNoOther) {
+TEST_F(QXHostTest, IPAddressLastLoopbackAddressRemainsWhenThereIsNoOther) {
   // An empty system domain is no answer either.
   ASSERT_EQ(setdomainname("", 0), 0);
   EXPECT_EQ(testing::DottedQuad(QXGetIPAddress()), "127.9.9.9");

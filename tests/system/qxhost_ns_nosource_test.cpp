@@ -15,7 +15,7 @@
 namespace QXPlatform {
 namespace {
 
-class QXGetHostNameTest : public ::testing::Test {
+class QXHostTest : public ::testing::Test {
  protected:
   void SetUp() override {
     std::string why = testing::NamespaceMismatch("nosource");
@@ -25,7 +25,7 @@ class QXGetHostNameTest : public ::testing::Test {
   }
 };
 
-TEST_F(QXGetHostNameTest, EveryMissingSourceGivesNullOrZero) {
+TEST_F(QXHostTest, EveryMissingSourceGivesNullOrZero) {
   ASSERT_EQ(sethostname("", 0), 0);
   char domain[128];
   ASSERT_EQ(getdomainname(domain, sizeof(domain)), 0);

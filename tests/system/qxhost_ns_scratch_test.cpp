@@ -62,7 +62,7 @@ void operator delete[](void* p, const std::nothrow_t&) noexcept {
 namespace QXPlatform {
 namespace {
 
-class QXGetHostIdentTest : public ::testing::Test {
+class QXHostTest : public ::testing::Test {
  protected:
   void SetUp() override {
     std::string why = testing::NamespaceMismatch("plain");
@@ -95,7 +95,7 @@ class QXGetHostIdentTest : public ::testing::Test {
   unsigned long _saved = 0;
 };
 
-TEST_F(QXGetHostIdentTest, ThresholdZeroPutsTheScratchBlockOnTheHeap) {
+TEST_F(QXHostTest, HostIdentThresholdZeroPutsTheScratchBlockOnTheHeap) {
   QXSetAllocaThreshold(0);
   ASSERT_EQ(QXGetAllocaThreshold(), 0u);
   EXPECT_EQ(CountedIdent(), 0x02112233L);
@@ -105,7 +105,7 @@ TEST_F(QXGetHostIdentTest, ThresholdZeroPutsTheScratchBlockOnTheHeap) {
   EXPECT_EQ(lastDelete.load(), lastNew.load());
 }
 
-TEST_F(QXGetHostIdentTest, ThresholdOf4096KeepsASmallListOnTheStack) {
+TEST_F(QXHostTest, HostIdentThresholdOf4096KeepsASmallListOnTheStack) {
   QXSetAllocaThreshold(4096);
   ASSERT_EQ(QXGetAllocaThreshold(), 4096u);
   EXPECT_EQ(CountedIdent(), 0x02112233L);
@@ -113,7 +113,7 @@ TEST_F(QXGetHostIdentTest, ThresholdOf4096KeepsASmallListOnTheStack) {
   EXPECT_EQ(arrayDeletes.load(), 0);
 }
 
-TEST_F(QXGetHostIdentTest, ListLargerThanTheThresholdGoesToTheHeap) {
+TEST_F(QXHostTest, HostIdentListLargerThanTheThresholdGoesToTheHeap) {
   // 400 more link entries need far more than 4096 bytes of scratch.
   std::string batch;
   for (int i = 0; i < 200; ++i) {
@@ -139,7 +139,7 @@ TEST_F(QXGetHostIdentTest, ListLargerThanTheThresholdGoesToTheHeap) {
   EXPECT_EQ(arrayNews.load(), 0);
 }
 
-TEST_F(QXGetHostIdentTest, RepeatedCallsEitherWayLeaveNothingBehind) {
+TEST_F(QXHostTest, HostIdentLeavesNothingBehindEitherWay) {
   for (unsigned long threshold : {0UL, 4096UL}) {
     QXSetAllocaThreshold(threshold);
     for (int i = 0; i < 1000; ++i) {

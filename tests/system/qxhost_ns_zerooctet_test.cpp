@@ -11,7 +11,7 @@
 namespace QXPlatform {
 namespace {
 
-class QXGetIPAddressTest : public ::testing::Test {
+class QXHostTest : public ::testing::Test {
  protected:
   void SetUp() override {
     std::string why = testing::NamespaceMismatch("zerooctet");
@@ -21,7 +21,7 @@ class QXGetIPAddressTest : public ::testing::Test {
   }
 };
 
-TEST_F(QXGetIPAddressTest, AddressStartingWithZeroIsReportedAsAbsent) {
+TEST_F(QXHostTest, IPAddressStartingWithZeroIsReportedAsAbsent) {
   EXPECT_EQ(QXGetIPAddress(), nullptr);
   EXPECT_EQ(QXGetHostIdent(), 0x02112233L);
 }

@@ -11,59 +11,59 @@
 namespace QXPlatform {
 namespace {
 
-TEST(QXSplitDomainNameTest, KeepsEverythingAfterTheFirstDot) {
+TEST(QXHostTest, SplitDomainNameKeepsEverythingAfterTheFirstDot) {
   char domain[64] = "junk";
   EXPECT_TRUE(QXSplitDomainName(domain, "alpha.beta.gamma"));
   EXPECT_STREQ(domain, "beta.gamma");
 }
 
-TEST(QXSplitDomainNameTest, NameWithoutDotGivesFalseAndEmptyOutput) {
+TEST(QXHostTest, SplitDomainNameWithoutDotGivesFalseAndEmptyOutput) {
   char domain[64] = "junk";
   EXPECT_FALSE(QXSplitDomainName(domain, "alpha"));
   EXPECT_STREQ(domain, "");
 }
 
-TEST(QXSplitDomainNameTest, NameEndingInDotGivesTrueAndEmptyOutput) {
+TEST(QXHostTest, SplitDomainNameEndingInDotGivesTrueAndEmptyOutput) {
   char domain[64] = "junk";
   EXPECT_TRUE(QXSplitDomainName(domain, "a."));
   EXPECT_STREQ(domain, "");
 }
 
-TEST(QXSplitDomainNameTest, EmptyNameGivesFalseAndEmptyOutput) {
+TEST(QXHostTest, SplitDomainNameEmptyNameGivesFalseAndEmptyOutput) {
   char domain[64] = "junk";
   EXPECT_FALSE(QXSplitDomainName(domain, ""));
   EXPECT_STREQ(domain, "");
 }
 
-TEST(QXSplitDomainNameTest, LeadingDotGivesTheRest) {
+TEST(QXHostTest, SplitDomainNameLeadingDotGivesTheRest) {
   char domain[64] = "junk";
   EXPECT_TRUE(QXSplitDomainName(domain, ".local"));
   EXPECT_STREQ(domain, "local");
 }
 
-TEST(QXSplitDomainNameTest, SecondDotStaysInTheDomain) {
+TEST(QXHostTest, SplitDomainNameSecondDotStaysInTheDomain) {
   char domain[64] = "junk";
   EXPECT_TRUE(QXSplitDomainName(domain, "a..b"));
   EXPECT_STREQ(domain, ".b");
 }
 
-TEST(QXSplitDomainNameTest, SameBufferForBothAlwaysGivesFalseAndEmpties) {
+TEST(QXHostTest, SplitDomainNameSameBufferForBothAlwaysGivesFalseAndEmpties) {
   char buffer[64] = "alpha.beta.gamma";
   EXPECT_FALSE(QXSplitDomainName(buffer, buffer));
   EXPECT_STREQ(buffer, "");
 }
 
-TEST(QXSplitDomainNameTest, NullNameGivesFalseAndEmptyOutput) {
+TEST(QXHostTest, SplitDomainNameNullNameGivesFalseAndEmptyOutput) {
   char domain[64] = "junk";
   EXPECT_FALSE(QXSplitDomainName(domain, nullptr));
   EXPECT_STREQ(domain, "");
 }
 
-TEST(QXSplitDomainNameTest, NullOutputGivesFalse) {
+TEST(QXHostTest, SplitDomainNameNullOutputGivesFalse) {
   EXPECT_FALSE(QXSplitDomainName(nullptr, "alpha.beta"));
 }
 
-TEST(QXSplitDomainNameTest, LongNameIsCopiedWhole) {
+TEST(QXHostTest, SplitDomainNameLongNameIsCopiedWhole) {
   std::string label(200, 'x');
   std::string fqdn = "h." + label + ".example";
   std::string domain(fqdn.size() + 1, '?');
@@ -71,19 +71,19 @@ TEST(QXSplitDomainNameTest, LongNameIsCopiedWhole) {
   EXPECT_STREQ(domain.c_str(), (label + ".example").c_str());
 }
 
-TEST(QXSplitHostNameTest, KeepsThePartBeforeTheFirstDot) {
+TEST(QXHostTest, SplitHostNameKeepsThePartBeforeTheFirstDot) {
   char host[64] = "junk";
   QXSplitHostName(host, "alpha.beta.gamma");
   EXPECT_STREQ(host, "alpha");
 }
 
-TEST(QXSplitHostNameTest, NameWithoutDotIsCopiedWhole) {
+TEST(QXHostTest, SplitHostNameWithoutDotIsCopiedWhole) {
   char host[64] = "junk";
   QXSplitHostName(host, "alpha");
   EXPECT_STREQ(host, "alpha");
 }
 
-TEST(QXSplitHostNameTest, EmptyOrLeadingDotGivesEmptyHost) {
+TEST(QXHostTest, SplitHostNameEmptyOrLeadingDotGivesEmptyHost) {
   char host[64] = "junk";
   QXSplitHostName(host, "");
   EXPECT_STREQ(host, "");
@@ -92,20 +92,20 @@ TEST(QXSplitHostNameTest, EmptyOrLeadingDotGivesEmptyHost) {
   EXPECT_STREQ(host, "");
 }
 
-TEST(QXSplitHostNameTest, TrailingDotIsDropped) {
+TEST(QXHostTest, SplitHostNameTrailingDotIsDropped) {
   char host[64] = "junk";
   QXSplitHostName(host, "a.");
   EXPECT_STREQ(host, "a");
 }
 
-TEST(QXSplitHostNameTest, NullNameGivesEmptyHostAndNullHostIsLeftAlone) {
+TEST(QXHostTest, SplitHostNameNullNameGivesEmptyHostAndNullHostIsLeftAlone) {
   char host[64] = "junk";
   QXSplitHostName(host, nullptr);
   EXPECT_STREQ(host, "");
   QXSplitHostName(nullptr, "alpha.beta");
 }
 
-TEST(write_callbackTest, AppendsSizeTimesCountBytesAndReturnsThem) {
+TEST(QXHostTest, WriteCallbackAppendsSizeTimesCountBytesAndReturnsThem) {
   std::string target = "head:";
   char data[] = {'a', 'b', 'c', '\0', 'e', 'f'};
   EXPECT_EQ(write_callback(data, 2, 3, &target), 6u);
@@ -114,7 +114,7 @@ TEST(write_callbackTest, AppendsSizeTimesCountBytesAndReturnsThem) {
   EXPECT_EQ(target, std::string("head:abc\0efab", 13));
 }
 
-TEST(write_callbackTest, ZeroCountAppendsNothing) {
+TEST(QXHostTest, WriteCallbackZeroCountAppendsNothing) {
   std::string target = "x";
   char data[] = "abc";
   EXPECT_EQ(write_callback(data, 3, 0, &target), 0u);
@@ -122,7 +122,7 @@ TEST(write_callbackTest, ZeroCountAppendsNothing) {
   EXPECT_EQ(target, "x");
 }
 
-TEST(write_callbackTest, NullTargetConsumesNothing) {
+TEST(QXHostTest, WriteCallbackNullTargetConsumesNothing) {
   char data[] = "abc";
   EXPECT_EQ(write_callback(data, 1, 3, nullptr), 0u);
 }
@@ -143,7 +143,7 @@ long IdentFromSysfs() {
   return static_cast<long>(ident);
 }
 
-TEST(QXGetHostIdentTest, MatchesTheKernelViewOfEn0OnThisMachine) {
+TEST(QXHostTest, HostIdentMatchesTheKernelViewOfEn0OnThisMachine) {
   EXPECT_EQ(QXGetHostIdent(), IdentFromSysfs());
 }
 

@@ -24,7 +24,7 @@ struct Answers {
   std::string domainText;
 };
 
-TEST(QXGetHostNameTest, EightThreadsAtOnceGetTheSameBuffers) {
+TEST(QXHostTest, HostNameEightThreadsAtOnceGetTheSameBuffers) {
   std::string why = testing::NamespaceMismatch("loopback");
   if (!why.empty()) {
     GTEST_SKIP() << why;

@@ -17,19 +17,19 @@ std::string Report() {
   return out.str();
 }
 
-TEST(QXGetVersionsTest, BuildIdStartsAsTheTextTheBuildWasGiven) {
+TEST(QXVersionTest, BuildIdStartsAsTheTextTheBuildWasGiven) {
   ASSERT_NE(BUILD_ID, nullptr);
   EXPECT_STREQ(BUILD_ID, QXTEST_BUILD_ID);
 }
 
-TEST(QXGetVersionsTest, ReportIsEmptyWithoutProvidersAndBuildId) {
+TEST(QXVersionTest, ReportIsEmptyWithoutProvidersAndBuildId) {
   const char* saved = BUILD_ID;
   BUILD_ID = "";
   EXPECT_EQ(Report(), "");
   BUILD_ID = saved;
 }
 
-TEST(QXGetVersionsTest, BuildIdAloneGivesItsLineAndAnEmptyLine) {
+TEST(QXVersionTest, ReportBuildIdAloneGivesItsLineAndAnEmptyLine) {
   const char* saved = BUILD_ID;
   BUILD_ID = "r1234";
   EXPECT_EQ(Report(), "Build ID: r1234\n\n");

@@ -31,7 +31,7 @@ void RegisterAll(std::integer_sequence<int, N...>) {
   (QXRegisterVersion(Numbered<N>), ...);
 }
 
-TEST(QXRegisterVersionTest, GrowingPastEachCapacityKeepsEveryProvider) {
+TEST(QXVersionTest, RegistryGrowingPastEachCapacityKeepsEveryProvider) {
   const char* saved = BUILD_ID;
   BUILD_ID = "";
   RegisterAll(std::make_integer_sequence<int, kProviders>());

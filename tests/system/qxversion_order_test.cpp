@@ -26,7 +26,7 @@ std::string Report() {
   return out.str();
 }
 
-class QXGetVersionsTest : public ::testing::Test {
+class QXVersionTest : public ::testing::Test {
  protected:
   void SetUp() override {
     static bool registered = false;
@@ -47,7 +47,7 @@ class QXGetVersionsTest : public ::testing::Test {
   const char* _saved = nullptr;
 };
 
-TEST_F(QXGetVersionsTest, EmptyGroupFirstHasNoHeadingAndNoBlankLineAfter) {
+TEST_F(QXVersionTest, ReportEmptyGroupFirstHasNoHeadingAndNoBlankLineAfter) {
   EXPECT_EQ(Report(),
             "Loose Version: 0.1\n"
             "========== Alpha ========== \n"
@@ -61,7 +61,7 @@ TEST_F(QXGetVersionsTest, EmptyGroupFirstHasNoHeadingAndNoBlankLineAfter) {
             "Counted Version: 1\n");
 }
 
-TEST_F(QXGetVersionsTest, EveryRegistrationIsAskedOnEveryReport) {
+TEST_F(QXVersionTest, ReportEveryRegistrationIsAskedOnEveryReport) {
   int before = calls;
   Report();
   EXPECT_EQ(calls - before, 2);

@@ -31,7 +31,7 @@ void RegisterOnce() {
   }
 }
 
-class QXGetVersionsTest : public ::testing::Test {
+class QXVersionTest : public ::testing::Test {
  protected:
   void SetUp() override {
     _saved = BUILD_ID;
@@ -44,7 +44,7 @@ class QXGetVersionsTest : public ::testing::Test {
   const char* _saved = nullptr;
 };
 
-TEST_F(QXGetVersionsTest, SectionsAreSortedByGroupThenLineWithBlankLines) {
+TEST_F(QXVersionTest, ReportSectionsAreSortedByGroupThenLineWithBlankLines) {
   EXPECT_EQ(Report(),
             "========== Alpha ========== \n"
             "Core Version: 1.5\n"
@@ -55,7 +55,7 @@ TEST_F(QXGetVersionsTest, SectionsAreSortedByGroupThenLineWithBlankLines) {
             "Tools Version: 0.9-rc1\n");
 }
 
-TEST_F(QXGetVersionsTest, BuildIdComesFirstFollowedByAnEmptyLine) {
+TEST_F(QXVersionTest, ReportBuildIdComesFirstFollowedByAnEmptyLine) {
   BUILD_ID = "nightly 2026-01-31 abc123";
   EXPECT_EQ(Report(),
             "Build ID: nightly 2026-01-31 abc123\n"
@@ -69,11 +69,11 @@ TEST_F(QXGetVersionsTest, BuildIdComesFirstFollowedByAnEmptyLine) {
             "Tools Version: 0.9-rc1\n");
 }
 
-TEST(QXToolkitsGetReleaseTest, IsTheFamilyRelease) {
+TEST_F(QXVersionTest, ReleaseIsTheFamilyRelease) {
   EXPECT_EQ(QXToolkitsGetRelease(), "2026.1.0");
 }
 
-TEST(QXVersionTest, KeepsGroupComponentAndVersionInOrder) {
+TEST_F(QXVersionTest, ValueKeepsGroupComponentAndVersionInOrder) {
   QXVersion v("Group", "Component", "1.2.3");
   EXPECT_EQ(v.group, "Group");
   EXPECT_EQ(v.component, "Component");
