@@ -28,7 +28,10 @@ QXVersion Numbered() {
 
 template <int... N>
 void RegisterAll(std::integer_sequence<int, N...>) {
-  (QXRegisterVersion(Numbered<N>), ...);
+  QXVersion (*const providers[])() = {Numbered<N>...};
+  for (QXVersion (*provider)() : providers) {
+    QXRegisterVersion(provider);
+  }
 }
 
 TEST(QXVersionTest, RegistryGrowingPastEachCapacityKeepsEveryProvider) {
