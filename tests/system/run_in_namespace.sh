@@ -75,6 +75,14 @@ case "$setup" in
     add_ethernet en0 02:11:22:33:44:55 0.1.2.3/8
     replace_etc /etc/hosts ''
     ;;
+  longname)
+    # A reverse answer longer than the domain buffer of 128 bytes.
+    label=$(printf '%050d' 0 | tr 0 x)
+    hostname alpha
+    domainname fallback.test
+    ip link set lo up
+    replace_etc /etc/hosts "127.0.0.1 alpha.$label.$label.$label.$label.example\n"
+    ;;
   plain)
     ip link set lo up
     ;;
