@@ -3,6 +3,9 @@
 // Everything the library offers, in one include.
 
 #include "qxexport.h"
+#include "files/qxdirectory.h"
+#include "files/qxfile.h"
+#include "files/qxfilesystem.h"
 #include "streams/qxfstream.h"
 #include "streams/qxsstream.h"
 #include "streams/qxstdstream.h"
