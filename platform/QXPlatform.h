@@ -11,6 +11,7 @@
 #include "streams/qxstdstream.h"
 #include "streams/qxstream.h"
 #include "system/qxhost.h"
+#include "system/qxmachine.h"
 #include "system/qxmemory.h"
 #include "system/qxsync.h"
 #include "system/qxthread.h"

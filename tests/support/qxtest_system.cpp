@@ -55,28 +55,6 @@ ScopedBind::~ScopedBind() {
   }
 }
 
-ScopedEnv::ScopedEnv(const std::string& name, const char* value)
-    : _name(name), _had(false) {
-  const char* old = getenv(name.c_str());
-  if (old != nullptr) {
-    _had = true;
-    _old = old;
-  }
-  if (value != nullptr) {
-    setenv(name.c_str(), value, 1);
-  } else {
-    unsetenv(name.c_str());
-  }
-}
-
-ScopedEnv::~ScopedEnv() {
-  if (_had) {
-    setenv(_name.c_str(), _old.c_str(), 1);
-  } else {
-    unsetenv(_name.c_str());
-  }
-}
-
 std::string DottedQuad(const unsigned char* address) {
   if (address == nullptr) {
     return "null";

@@ -2,7 +2,7 @@
 
 // Helpers for tests that change what the machine looks like: they run inside
 // private UTS, network and mount namespaces made by
-// tests/system/run_in_namespace.sh, and change mounts and the environment.
+// tests/system/run_in_namespace.sh, and change mounts there.
 
 #include <string>
 
@@ -40,21 +40,6 @@ class ScopedBind {
  private:
   std::string _target;
   bool _ok;
-};
-
-// Sets (or, with a null value, unsets) an environment variable and puts the
-// old state back when the object goes away.
-class ScopedEnv {
- public:
-  ScopedEnv(const std::string& name, const char* value);
-  ~ScopedEnv();
-  ScopedEnv(const ScopedEnv&) = delete;
-  ScopedEnv& operator=(const ScopedEnv&) = delete;
-
- private:
-  std::string _name;
-  bool _had;
-  std::string _old;
 };
 
 // "a.b.c.d" for four address bytes; "null" for a null pointer.
