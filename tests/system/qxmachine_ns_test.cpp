@@ -26,7 +26,10 @@ long fakeConfigured = kAskTheLibrary;
 
 }  // namespace
 
-extern "C" long sysconf(int name) noexcept {
+// Sanitizer runtimes ask for sysconf while they start, before instrumented
+// code may run, so this function is left uninstrumented.
+extern "C" __attribute__((no_sanitize("thread", "address", "undefined"))) long
+sysconf(int name) noexcept {
   if (name == _SC_NPROCESSORS_ONLN && fakeOnline != kAskTheLibrary) {
     return fakeOnline;
   }
