@@ -18,7 +18,8 @@ QXPLATFORM_EXPORT const char* QXGetHostName();
 
 // The DNS domain (what follows the first "." of the qualified name), found
 // once by reverse lookup of QXGetIPAddress(), the system domain, the host
-// name, then forward lookup; null when none gives an answer. Owned by the
+// name, then forward lookup; null when none gives an answer. A looked-up
+// name too long for the 128-byte buffer counts as no answer. Owned by the
 // library and kept for the life of the process. Any thread.
 QXPLATFORM_EXPORT const char* QXGetDomainName();
 
