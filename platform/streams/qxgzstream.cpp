@@ -444,9 +444,12 @@ unsigned long long qxigzstream::_qxsize() {
   unsigned long long spanLength =
       static_cast<unsigned long long>(_end - _buffer);
   unsigned long long total = spanStart + spanLength;
+  bool spanInBlock = true;
   while (!_gz->z_eof) {
     long long avail;
     if (!gzi_inflate(_stream, _gz, avail)) {
+      // A step that fails may already have unpacked into the block.
+      spanInBlock = false;
       break;
     }
     unsigned long long produced =
@@ -464,7 +467,7 @@ unsigned long long qxigzstream::_qxsize() {
   _sizeknown = true;
   // The block now holds the last piece unpacked; stay inside it if the old
   // position lies there, else go back the long way.
-  if (here >= spanStart && here - spanStart < spanLength) {
+  if (spanInBlock && here >= spanStart && here - spanStart < spanLength) {
     _offset = spanStart;
     _ptr = _begin = _buffer;
     _end = _buffer + spanLength;
