@@ -5,6 +5,8 @@
 // its starting contents after every input.
 
 #include <dirent.h>
+#include <errno.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -72,16 +74,29 @@ inline void RemoveScratch() {
 
 }  // namespace detail
 
+// Removes the scratch directories of processes that no longer run: a crash
+// (the point of fuzzing) ends a process without its exit handlers.
+inline void SweepStale(const std::string& base) {
+  for (const std::string& name : Entries(base)) {
+    int pid = 0;
+    if (sscanf(name.c_str(), "qxfuzz_%d_", &pid) == 1 && pid > 0 &&
+        kill(pid, 0) != 0 && errno == ESRCH) {
+      RemoveTree(base + "/" + name);
+    }
+  }
+}
+
 // Makes a fresh directory under $TMPDIR (or /tmp) on the first call, makes it
 // the working directory and arranges for its removal at exit. Returns its
 // absolute path. Aborts when the directory cannot be made.
 inline const std::string& EnterScratch() {
   std::string& path = detail::ScratchPath();
   if (path.empty()) {
-    const char* base = getenv("TMPDIR");
+    const char* env = getenv("TMPDIR");
+    std::string base = env != nullptr && *env != '\0' ? env : "/tmp";
+    SweepStale(base);
     std::string templ =
-        std::string(base != nullptr && *base != '\0' ? base : "/tmp") +
-        "/qxfuzz_XXXXXX";
+        base + "/qxfuzz_" + std::to_string(getpid()) + "_XXXXXX";
     char* made = mkdtemp(&templ[0]);
     if (made == nullptr || chdir(made) != 0) {
       perror("scratch directory");

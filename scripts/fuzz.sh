@@ -3,8 +3,10 @@
 # time on a scratch copy of its committed corpus. A crash, leak or sanitizer
 # report fails the run and leaves the reproducer in build/fuzz/artifacts.
 set -euo pipefail
+cd "$(dirname "$0")/.."
 seconds=${FUZZ_SECONDS:-60}
-build=build/fuzz
+# Absolute: some targets change their working directory.
+build=$PWD/build/fuzz
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
 mkdir -p "$build/artifacts"
@@ -12,6 +14,10 @@ status=0
 for target in "$build"/fuzz/*_fuzz; do
   [ -x "$target" ] || continue
   name=$(basename "$target")
+  # FUZZ_TARGETS="a_fuzz b_fuzz" runs only those.
+  if [ -n "${FUZZ_TARGETS:-}" ] && [[ " $FUZZ_TARGETS " != *" $name "* ]]; then
+    continue
+  fi
   work="$build/corpus-work/$name"
   rm -rf "$work"
   mkdir -p "$work"
