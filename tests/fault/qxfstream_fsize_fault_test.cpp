@@ -1,8 +1,8 @@
-// Output streams writing a file under a small file-size limit, with SIGXFSZ
-// ignored so that the refused write fails with EFBIG instead of ending the
-// process: the file keeps exactly the bytes below the limit, the failure
-// shows in flush() or eof() as documented, and nothing crashes or leaks.
-// Changes a process-wide limit and a signal disposition: own executable.
+// Every kind of output stream writing a file under a small file-size limit,
+// with SIGXFSZ ignored so that the refused write fails with EFBIG instead of
+// ending the process: the file keeps exactly the bytes below the limit, the
+// failure shows in flush() or eof() as documented, and nothing crashes or
+// leaks. Changes a process-wide limit and a signal disposition: own executable.
 
 #include <signal.h>
 #include <sys/resource.h>
@@ -13,8 +13,11 @@
 #include <gtest/gtest.h>
 
 #include "support/qxtest_support.h"
+#include <QXPlatform/streams/qxcompress.h>
 #include <QXPlatform/streams/qxfstream.h>
+#include <QXPlatform/streams/qxgzstream.h>
 #include <QXPlatform/streams/qxstdstream.h>
+#include <QXPlatform/streams/qxwrapperstream.h>
 
 namespace QXPlatform {
 namespace {
@@ -108,6 +111,61 @@ TEST(qxostdstreamFaultTest, FileSizeLimitLeavesTheStandardStreamBad) {
   EXPECT_TRUE(file->bad());
   EXPECT_TRUE(out.close());
   EXPECT_EQ(testing::ReadFile(path), data.substr(0, kLimit));
+}
+
+TEST(qxowrapperstreamFaultTest, FileSizeLimitUnderTheWrapperFailsItsWrites) {
+  testing::ScratchDir dir;
+  std::string path = dir.File("out");
+  std::string data = Pattern(100000);
+  FileSizeLimit limit;
+  ASSERT_TRUE(limit.ok());
+  {
+    qxowrapperstream wrapper(new qxofstream(path.c_str()), true);
+    EXPECT_EQ(wrapper.write(data.data(), data.size()), 0u);
+    EXPECT_FALSE(wrapper.flush());
+    EXPECT_TRUE(wrapper.close());
+  }
+  EXPECT_EQ(testing::ReadFile(path), data.substr(0, kLimit));
+}
+
+TEST(qxogzstreamFaultTest, FileSizeLimitCutsTheMemberAndFailsTheStream) {
+  testing::ScratchDir dir;
+  std::string path = dir.File("out.gz");
+  std::string data = testing::RandomBytes(100000, 1);
+  std::string packed;
+  ASSERT_TRUE(QXCompress(packed, data, "gz"));
+  ASSERT_GT(packed.size(), kLimit);
+  FileSizeLimit limit;
+  ASSERT_TRUE(limit.ok());
+  testing::CaptureFd err(2);
+  {
+    qxofstream* file = new qxofstream(path.c_str());
+    qxogzstream gz(file, true);
+    gz.write(data.data(), data.size());
+    gz.close();
+    EXPECT_TRUE(gz.eof());
+  }
+  qxerr.flush();
+  EXPECT_EQ(err.Finish(), "");
+  EXPECT_EQ(testing::ReadFile(path), packed.substr(0, kLimit));
+}
+
+TEST(qxmultiostreamFaultTest, FileSizeLimitCutsEveryFile) {
+  testing::ScratchDir dir;
+  std::string first = dir.File("first");
+  std::string second = dir.File("second");
+  std::string data = Pattern(100000);
+  FileSizeLimit limit;
+  ASSERT_TRUE(limit.ok());
+  {
+    qxmultiostream multi;
+    multi.addstream(new qxofstream(first.c_str()), true);
+    multi.addstream(new qxofstream(second.c_str()), true);
+    EXPECT_EQ(multi.write(data.data(), data.size()), 0u);
+    EXPECT_FALSE(multi.flush());
+  }
+  EXPECT_EQ(testing::ReadFile(first), data.substr(0, kLimit));
+  EXPECT_EQ(testing::ReadFile(second), data.substr(0, kLimit));
 }
 
 }  // namespace
