@@ -30,7 +30,9 @@ int Emit(const std::vector<unsigned char>& image, const std::string& streamed) {
     fprintf(stderr, "buffer and stream images differ\n");
     return 3;
   }
-  fwrite(image.data(), 1, image.size(), stdout);
+  if (!image.empty()) {
+    fwrite(image.data(), 1, image.size(), stdout);
+  }
   return 0;
 }
 
