@@ -4,6 +4,7 @@
 // hardware conversion (which rounds to nearest even, so it is a speed
 // reference only).
 
+#include <cpuid.h>
 #include <immintrin.h>
 #include <stdint.h>
 #include <string.h>
@@ -223,6 +224,12 @@ void BM_LoopOfSingleFloatToHalf(benchmark::State& state) {
 }
 BENCHMARK(BM_LoopOfSingleFloatToHalf);
 
+bool HasF16c() {
+  unsigned a = 0, b = 0, c = 0, d = 0;
+  return __builtin_cpu_supports("avx2") && __get_cpuid(1, &a, &b, &c, &d) &&
+         (c & bit_F16C) != 0;
+}
+
 __attribute__((target("avx2,f16c"))) void F16cFloatToHalf(const float* in,
                                                           unsigned short* out,
                                                           size_t n) {
@@ -242,7 +249,7 @@ __attribute__((target("avx2,f16c"))) void F16cHalfToFloat(
 }
 
 void BM_F16cFloatToHalf(benchmark::State& state) {
-  if (!__builtin_cpu_supports("f16c") || !__builtin_cpu_supports("avx2")) {
+  if (!HasF16c()) {
     state.SkipWithError("no F16C on this processor");
     return;
   }
@@ -289,7 +296,7 @@ void BM_LoopOfSingleHalfToFloat(benchmark::State& state) {
 BENCHMARK(BM_LoopOfSingleHalfToFloat);
 
 void BM_F16cHalfToFloat(benchmark::State& state) {
-  if (!__builtin_cpu_supports("f16c") || !__builtin_cpu_supports("avx2")) {
+  if (!HasF16c()) {
     state.SkipWithError("no F16C on this processor");
     return;
   }
