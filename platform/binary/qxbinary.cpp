@@ -59,7 +59,8 @@ unsigned long ReadElements(qxistream& in, unsigned char* dst,
   unsigned long got = 0;
   for (unsigned int i = 0; i < count; ++i, dst += Width) {
     got = in.read(dst, Width);
-    // A short read is not detected: the element is reversed as it stands.
+    // Deliberate: a short read is not detected; the element is reversed as
+    // it stands.
     ReverseElement<Width>(dst, dst);
   }
   return got;

@@ -24,16 +24,17 @@ constexpr unsigned kBlock = 32;
 // codes stay in cache between the two steps.
 constexpr size_t kSlice = 4096;
 
-// The packer copies as many bytes of each value as cover n bits; the bits
-// above n within them are not cleared (callers keep values below 2^n).
+// Deliberate: values are not masked to n bits; the packer copies as many
+// bytes of each value as cover n bits, so a value of 2^n or more spills into
+// the bits of the values after it.
 constexpr uint32_t CoverMask(unsigned n) {
   return n == 0 ? 0u : n > 24 ? 0xFFFFFFFFu : (1u << (8 * ((n + 7) / 8))) - 1u;
 }
 
 constexpr uint32_t LowMask(unsigned n) { return ~(~0u << n); }
 
-// The packed size: the product wraps in 32 bits, and one byte more than the
-// whole bytes is always part of the image.
+// Deliberate: the product wraps in 32 bits, and the image always has one
+// byte more than the whole bytes, even when N * n is a multiple of 8.
 unsigned long PackedSize(unsigned int n, unsigned int count) {
   unsigned int bits = count * n;
   return static_cast<unsigned long>(bits / 8) + 1;
@@ -421,7 +422,8 @@ unsigned long QX_io_read_binary_compressed(qxistream& in, unsigned int* dst,
     return ReadWords(in, Bytes(dst), N);
   }
   unsigned long size = PackedSize(n, N);
-  // Zeroed, so that a short read unpacks zero bits rather than garbage.
+  // Deliberate: a short read is not reported. The block is zeroed, so the
+  // missing bits unpack as zeros rather than garbage.
   std::unique_ptr<unsigned char[]> packed(new unsigned char[size]());
   in.read(packed.get(), size);
   Unpack(packed.get(), size, n, 0, dst, N);

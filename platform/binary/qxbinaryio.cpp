@@ -41,6 +41,7 @@ qxistream& operator>>(qxistream& in, QXBinaryIO& obj) {
                       static_cast<uint32_t>(word[1]) << 16 |
                       static_cast<uint32_t>(word[2]) << 8 | word[3];
   unsigned long long consumed = obj.Read(in);
+  // Deliberate: a mismatch is only reported; nothing is skipped or rewound.
   if (static_cast<uint32_t>(consumed) != expected) {
     qxerr << "WARNING operator>>(qxistream& istr, QXBinaryIO& obj) " << qxendl;
     qxerr << "Record size (" << static_cast<unsigned int>(expected)
