@@ -5,13 +5,14 @@
 #
 # The executables are found, not listed: every file named *_tests under
 # <build>/tests, minus the exclusions below. Inside them, death tests (their
-# child processes abort on purpose) and the exhaustive, stress and big-memory
+# child processes abort on purpose), tests of the floating-point status flags
+# (valgrind does not model them) and the exhaustive, stress and big-memory
 # tests (minutes natively, hours under valgrind) are left to the native and
-# sanitizer runs. Death tests are found in the sources, so a new one needs no
-# entry here.
+# sanitizer runs. Death and flag tests are found in the sources, so a new one
+# needs no entry here.
 #
 # Usage: scripts/valgrind.sh [build dir, default build/release]
-# VALGRIND_JOBS (default 2) executables run side by side.
+# VALGRIND_JOBS (default 2) runs side by side.
 set -uo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 build=${1:-build/release}
@@ -22,11 +23,19 @@ supp="$root/scripts/valgrind.supp"
 excluded=(
   "*_ns_tests|run whole inside a prepared network namespace by run_in_namespace.sh; started alone they see the host, not the setup they test"
   "stress_*_tests|concurrency stress: a million streams and thousands of round trips take minutes under valgrind's serialised threads; run natively and under TSan"
+  "binary_exhaustive_tests|every one of the 2^32 floats: hours under valgrind; run natively (ctest -L exhaustive)"
+  "binary_bigmem_tests|needs gigabytes of memory (strings past 4 GiB), more than valgrind can shadow; run natively (ctest -L bigmem)"
+)
+
+# Executables whose tests each need a process of their own, as ctest gives
+# them: each test runs under valgrind by itself.
+per_test=(
+  "streams_stdio_tests|its tests replace standard input under the global qxin, whose end of data lasts for the process"
 )
 
 # Test-name patterns left out in every executable.
 filter='*Exhaustive*:*Stress*:*Huge*:*BigMemory*:*Death*'
-death=$(awk '
+left_out=$(awk '
   FNR == 1 { current = "" }
   /^(TEST|TEST_F|TEST_P)\(/ {
     line = $0
@@ -38,10 +47,10 @@ death=$(awk '
     split(line, part, /[ ,)]+/)
     current = part[1] "." part[2]
   }
-  /(EXPECT|ASSERT)_(DEATH|EXIT|DEBUG_DEATH)\(/ && current != "" {
+  /(EXPECT|ASSERT)_(DEATH|EXIT|DEBUG_DEATH)\(|fetestexcept\(/ && current != "" {
     print current
   }' $(find "$root/tests" -name '*_test.cpp' | sort) | sort -u | paste -sd: -)
-[ -n "$death" ] && filter="$filter:$death"
+[ -n "$left_out" ] && filter="$filter:$left_out"
 
 if ! command -v valgrind >/dev/null; then
   echo "valgrind not installed" >&2
@@ -52,9 +61,11 @@ if [ ! -d "$build/tests" ]; then
   exit 1
 fi
 
-reason_for() {
+# Prints the reason of the first entry of the named list that matches name.
+reason_in() {
   local name=$1 entry
-  for entry in "${excluded[@]}"; do
+  shift
+  for entry in "$@"; do
     # shellcheck disable=SC2053
     if [[ $name == ${entry%%|*} ]]; then
       echo "${entry#*|}"
@@ -67,17 +78,22 @@ reason_for() {
 logs=$(mktemp -d)
 trap 'rm -rf "$logs"' EXIT
 
+# Runs one executable (or, with a test name, one test of it) under valgrind;
+# the logs and exit status land in $logs under the given key.
 run_one() {
-  local path=$1 name
+  local path=$1 key=$2 only=${3:-}
+  local name
   name=$(basename "$path")
-  local log="$logs/$name.vg" out="$logs/$name.out"
+  local testFilter="-$filter"
+  [ -n "$only" ] && testFilter="$only"
   (cd "$(dirname "$path")" && valgrind --tool=memcheck --error-exitcode=99 \
       --leak-check=full --errors-for-leak-kinds=definite \
       --show-leak-kinds=definite --track-origins=yes \
+      --soname-synonyms=somalloc=nouserintercepts \
       --suppressions="$supp" --child-silent-after-fork=yes \
-      --log-file="$log" \
-      "./$name" --gtest_brief=1 --gtest_filter="-$filter" >"$out" 2>&1)
-  echo $? >"$logs/$name.rc"
+      --log-file="$logs/$key.vg" \
+      "./$name" --gtest_filter="$testFilter" </dev/null >"$logs/$key.out" 2>&1)
+  echo $? >"$logs/$key.rc"
 }
 
 mapfile -t found < <(find "$build/tests" -name '*_tests' -type f -perm -u+x |
@@ -85,7 +101,7 @@ mapfile -t found < <(find "$build/tests" -name '*_tests' -type f -perm -u+x |
 selected=()
 for path in "${found[@]}"; do
   name=$(basename "$path")
-  if reason=$(reason_for "$name"); then
+  if reason=$(reason_in "$name" "${excluded[@]}"); then
     echo "-- $name: skipped ($reason)"
   else
     selected+=("$path")
@@ -96,10 +112,25 @@ if [ ${#selected[@]} -eq 0 ]; then
   exit 1
 fi
 
+# One job per executable, or per test where the executable needs that.
+jobs_list=()
+for path in "${selected[@]}"; do
+  name=$(basename "$path")
+  if reason_in "$name" "${per_test[@]}" >/dev/null; then
+    while read -r test; do
+      jobs_list+=("$path|$name.$test|$test")
+    done < <("$path" --gtest_list_tests --gtest_filter="-$filter" |
+      awk '/^[^ ]/ { suite = $1 } /^  / { print suite $1 }')
+  else
+    jobs_list+=("$path|$name|")
+  fi
+done
+
 start=$(date +%s)
 running=0
-for path in "${selected[@]}"; do
-  run_one "$path" &
+for job in "${jobs_list[@]}"; do
+  IFS='|' read -r path key only <<<"$job"
+  run_one "$path" "$key" "$only" &
   running=$((running + 1))
   if [ "$running" -ge "$jobs" ]; then
     wait -n
@@ -109,23 +140,23 @@ done
 wait
 
 status=0
-for path in "${selected[@]}"; do
-  name=$(basename "$path")
-  rc=$(cat "$logs/$name.rc" 2>/dev/null || echo 98)
-  echo "-- $name"
-  grep -E 'ERROR SUMMARY|definitely lost' "$logs/$name.vg" |
+for job in "${jobs_list[@]}"; do
+  IFS='|' read -r path key only <<<"$job"
+  rc=$(cat "$logs/$key.rc" 2>/dev/null || echo 98)
+  echo "-- $key"
+  grep -E 'ERROR SUMMARY|definitely lost' "$logs/$key.vg" |
     sed 's/^==[0-9]*== /   /'
   if [ "$rc" -ne 0 ]; then
     status=1
     if [ "$rc" -eq 99 ]; then
-      echo "   $name: valgrind found errors"
+      echo "   $key: valgrind found errors"
       grep -E 'Invalid|uninitialised|definitely|Mismatched|overlap' -A 14 \
-        "$logs/$name.vg" | head -n 100
+        "$logs/$key.vg" | head -n 100
     else
-      echo "   $name: exit status $rc under valgrind"
-      tail -n 40 "$logs/$name.out"
+      echo "   $key: exit status $rc under valgrind"
+      grep -E 'Failure|FAILED' -A 6 "$logs/$key.out" | head -n 60
     fi
   fi
 done
-echo "valgrind: ${#selected[@]} executables in $(( $(date +%s) - start ))s"
+echo "valgrind: ${#selected[@]} executables (${#jobs_list[@]} runs) in $(( $(date +%s) - start ))s, status $status"
 exit $status
