@@ -112,6 +112,12 @@ QXPLATFORM_EXPORT int QXInternalStrError(char* buffer, unsigned long size);
 class QXPLATFORM_EXPORT qxstream {
   friend class qxistream;
   friend class qxostream;
+  // Back-ends that sit on other streams reach into them.
+  friend class qxiwrapperstream;
+  friend class qxowrapperstream;
+  friend class qxigzstream;
+  friend class qxogzstream;
+  friend class QXStreamManager;
 
  public:
   typedef QXBoundedCache<32768, 32> BufferCache;
@@ -165,6 +171,12 @@ class QXPLATFORM_EXPORT qxstream {
 // reports end of data afterwards; back-ends supply _qxfill and friends.
 class QXPLATFORM_EXPORT qxistream : public qxstream {
   friend class qxostream;
+  // Back-ends that sit on other streams reach into them.
+  friend class qxiwrapperstream;
+  friend class qxowrapperstream;
+  friend class qxigzstream;
+  friend class qxogzstream;
+  friend class QXStreamManager;
 
  public:
   qxistream();
@@ -278,6 +290,12 @@ class QXPLATFORM_EXPORT qxistream : public qxstream {
 // that memory and then fails.
 class QXPLATFORM_EXPORT qxostream : public qxstream {
   friend class qxistream;
+  // Back-ends that sit on other streams reach into them.
+  friend class qxiwrapperstream;
+  friend class qxowrapperstream;
+  friend class qxigzstream;
+  friend class qxogzstream;
+  friend class QXStreamManager;
 
  public:
   qxostream();

@@ -1,0 +1,198 @@
+// Reading and writing gzip files through the stream manager, beside zlib's
+// own gz* functions and the zcat command on the same files.
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <zlib.h>
+
+#include <QXPlatform/QXPlatform.h>
+
+namespace {
+
+using QXPlatform::QXCloseIStream;
+using QXPlatform::QXCloseOStream;
+using QXPlatform::qxistream;
+using QXPlatform::QXOpenIStream;
+using QXPlatform::QXOpenOStream;
+using QXPlatform::qxostream;
+
+const unsigned long kPiece = 32 * 1024;
+const size_t kBigText = 256ul << 20;
+const size_t kWriteText = 32ul << 20;
+
+// Text with the repetition of a log or a table of numbers.
+std::string MakeText(size_t n, unsigned seed) {
+  static const char* const kWords[] = {
+      "alpha", "beta",   "gamma",  "delta", "sample", "value", "stream",
+      "0.125", "42",     "-7",     "north", "south",  "total", "count",
+      "error", "result", "thread", "1e-3",  "ok",     "9999",  "name"};
+  std::mt19937 gen(seed);
+  std::string out;
+  out.reserve(n + 16);
+  while (out.size() < n) {
+    out += kWords[gen() % (sizeof kWords / sizeof kWords[0])];
+    unsigned r = gen() % 23;
+    out.push_back(r == 0 ? '\n' : r == 1 ? '\t' : ' ');
+    if (r == 2) {
+      out += std::to_string(gen() % 100000);
+    }
+  }
+  out.resize(n);
+  return out;
+}
+
+const char* TempDir() {
+  const char* dir = getenv("TMPDIR");
+  return dir != nullptr && *dir != '\0' ? dir : "/tmp";
+}
+
+// The 256 MiB text, gzip-compressed by zlib at its default level, made once
+// and kept in the temporary directory for later runs.
+const std::string& BigGzipFile() {
+  static const std::string path = [] {
+    std::string name = std::string(TempDir()) + "/qxgzstream_bench_256m.gz";
+    struct stat st;
+    if (stat(name.c_str(), &st) == 0 && st.st_size > (1 << 20)) {
+      return name;
+    }
+    std::string part = name + ".part";
+    gzFile out = gzopen(part.c_str(), "wb6");
+    std::string text = MakeText(16 << 20, 1);
+    for (size_t done = 0; done < kBigText; done += text.size()) {
+      // Each 16 MiB slice differs a little, so the whole does not repeat.
+      text[done % 1000] = static_cast<char>('a' + (done >> 24));
+      gzwrite(out, text.data(), static_cast<unsigned>(text.size()));
+    }
+    gzclose(out);
+    rename(part.c_str(), name.c_str());
+    return name;
+  }();
+  return path;
+}
+
+void BM_ReadGzipThroughQXOpenIStream(benchmark::State& state) {
+  const std::string& file = BigGzipFile();
+  std::vector<char> piece(kPiece);
+  size_t total = 0;
+  for (auto _ : state) {
+    qxistream* in = QXOpenIStream(file.c_str());
+    unsigned long got;
+    while ((got = in->read(piece.data(), kPiece)) > 0) {
+      total += got;
+    }
+    benchmark::DoNotOptimize(piece.data());
+    QXCloseIStream(in);
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(total));
+}
+BENCHMARK(BM_ReadGzipThroughQXOpenIStream)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3);
+
+void BM_ReadGzipWithGzread(benchmark::State& state) {
+  const std::string& file = BigGzipFile();
+  std::vector<char> piece(kPiece);
+  size_t total = 0;
+  for (auto _ : state) {
+    gzFile in = gzopen(file.c_str(), "rb");
+    int got;
+    while ((got = gzread(in, piece.data(), kPiece)) > 0) {
+      total += static_cast<size_t>(got);
+    }
+    benchmark::DoNotOptimize(piece.data());
+    gzclose(in);
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(total));
+}
+BENCHMARK(BM_ReadGzipWithGzread)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// CPU seconds used by finished child processes so far.
+double ChildCpuSeconds() {
+  struct rusage usage;
+  getrusage(RUSAGE_CHILDREN, &usage);
+  return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+         static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) /
+             1e6;
+}
+
+// Timed by the wall clock around the command; the counter child_cpu_ms gives
+// the CPU time zcat (and its shell) used per run, for comparison with the CPU
+// column of the in-process benchmarks on a busy machine.
+void BM_ReadGzipWithZcat(benchmark::State& state) {
+  const std::string& file = BigGzipFile();
+  std::string command = "zcat '" + file + "' > /dev/null";
+  double childCpu = 0;
+  for (auto _ : state) {
+    double cpuBefore = ChildCpuSeconds();
+    auto start = std::chrono::steady_clock::now();
+    if (system(command.c_str()) != 0) {
+      state.SkipWithError("zcat failed");
+      break;
+    }
+    auto stop = std::chrono::steady_clock::now();
+    childCpu += ChildCpuSeconds() - cpuBefore;
+    state.SetIterationTime(std::chrono::duration<double>(stop - start).count());
+  }
+  state.counters["child_cpu_ms"] = benchmark::Counter(
+      childCpu * 1000 / static_cast<double>(state.iterations()));
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kBigText));
+}
+BENCHMARK(BM_ReadGzipWithZcat)
+    ->Unit(benchmark::kMillisecond)
+    ->UseManualTime()
+    ->Iterations(3);
+
+const std::string& WriteText() {
+  static const std::string text = MakeText(kWriteText, 2);
+  return text;
+}
+
+void BM_WriteGzipThroughQXOpenOStream(benchmark::State& state) {
+  const std::string& text = WriteText();
+  std::string file = std::string(TempDir()) + "/qxgzstream_bench_write.gz";
+  for (auto _ : state) {
+    qxostream* out = QXOpenOStream(file.c_str());
+    for (size_t at = 0; at < text.size(); at += kPiece) {
+      out->write(text.data() + at, kPiece);
+    }
+    QXCloseOStream(out);
+  }
+  state.SetBytesProcessed(
+      static_cast<int64_t>(state.iterations() * text.size()));
+  remove(file.c_str());
+}
+BENCHMARK(BM_WriteGzipThroughQXOpenOStream)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3);
+
+void BM_WriteGzipWithGzwrite(benchmark::State& state) {
+  const std::string& text = WriteText();
+  std::string file = std::string(TempDir()) + "/qxgzstream_bench_gzwrite.gz";
+  for (auto _ : state) {
+    // The library writes at zlib's default level, 6.
+    gzFile out = gzopen(file.c_str(), "wb6");
+    for (size_t at = 0; at < text.size(); at += kPiece) {
+      gzwrite(out, text.data() + at, kPiece);
+    }
+    gzclose(out);
+  }
+  state.SetBytesProcessed(
+      static_cast<int64_t>(state.iterations() * text.size()));
+  remove(file.c_str());
+}
+BENCHMARK(BM_WriteGzipWithGzwrite)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3);
+
+}  // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,195 @@
+#include "qxcompress.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+#include <zstd.h>
+
+#include "qxgzstream.h"
+#include "qxsstream.h"
+
+namespace QXPlatform {
+namespace {
+
+const unsigned long kGzReadPiece = 2048;
+const int kZstdLevel = 7;
+
+// One compression stream per thread, reused for every frame it makes: after
+// ZSTD_endStream the next call starts a new frame by itself.
+struct ZstdCStreamStorage {
+  ZstdCStreamStorage()
+      : stream(ZSTD_createCStream()),
+        size(ZSTD_CStreamOutSize()),
+        block(static_cast<char*>(malloc(size))) {
+    ZSTD_initCStream(stream, kZstdLevel);
+  }
+  ~ZstdCStreamStorage() {
+    ZSTD_freeCStream(stream);
+    free(block);
+  }
+  ZstdCStreamStorage(const ZstdCStreamStorage&) = delete;
+  ZstdCStreamStorage& operator=(const ZstdCStreamStorage&) = delete;
+
+  ZSTD_CStream* stream;
+  size_t size;
+  char* block;
+};
+
+// One decompression stream per thread, never reset: each call continues
+// from the state the previous one left.
+struct ZstdDStreamStorage {
+  ZstdDStreamStorage()
+      : stream(ZSTD_createDStream()),
+        size(ZSTD_DStreamOutSize()),
+        block(static_cast<char*>(malloc(size))) {
+    ZSTD_initDStream(stream);
+  }
+  ~ZstdDStreamStorage() {
+    ZSTD_freeDStream(stream);
+    free(block);
+  }
+  ZstdDStreamStorage(const ZstdDStreamStorage&) = delete;
+  ZstdDStreamStorage& operator=(const ZstdDStreamStorage&) = delete;
+
+  ZSTD_DStream* stream;
+  size_t size;
+  char* block;
+};
+
+ZstdCStreamStorage& CompressionStorage() {
+  thread_local ZstdCStreamStorage storage;
+  return storage;
+}
+
+ZstdDStreamStorage& DecompressionStorage() {
+  thread_local ZstdDStreamStorage storage;
+  return storage;
+}
+
+bool IsMethod(const char* method, const char* name) {
+  return method != nullptr && strcmp(method, name) == 0;
+}
+
+void GzCompress(std::string& out, const char* data, size_t len) {
+  qxosstream sink;
+  qxogzstream gz(&sink, false);
+  if (data != nullptr && len != 0) {
+    gz.write(data, len);
+  }
+  // Packs what is buffered, writes the trailer and lets go of the sink.
+  gz.clear();
+  out = sink.str();
+}
+
+bool ZstdCompress(ZstdCStreamStorage& z, std::string& out, const char* data,
+                  size_t len) {
+  ZSTD_inBuffer in = {data, data != nullptr ? len : 0, 0};
+  std::string result;
+  while (in.pos < in.size) {
+    ZSTD_outBuffer piece = {z.block, z.size, 0};
+    size_t status = ZSTD_compressStream(z.stream, &piece, &in);
+    if (ZSTD_isError(status)) {
+      return false;
+    }
+    result.append(z.block, piece.pos);
+  }
+  // A frame's epilogue fits one output block, so one call finishes it.
+  ZSTD_outBuffer piece = {z.block, z.size, 0};
+  ZSTD_endStream(z.stream, &piece);
+  result.append(z.block, piece.pos);
+  out.swap(result);
+  return true;
+}
+
+void GzUncompress(std::string& out, const char* data, size_t len) {
+  qxisstream source(data, static_cast<unsigned long>(len), false);
+  qxigzstream gz(&source, false);
+  char piece[kGzReadPiece];
+  for (;;) {
+    unsigned long got = gz.read(piece, kGzReadPiece);
+    if (got == 0) {
+      break;
+    }
+    out.append(piece, got);
+    if (got < kGzReadPiece) {
+      break;
+    }
+  }
+}
+
+bool ZstdUncompress(ZstdDStreamStorage& z, std::string& out, const char* data,
+                    size_t len) {
+  if (len == 0 || data == nullptr) {
+    return true;
+  }
+  ZSTD_inBuffer in = {data, len, 0};
+  while (in.pos < in.size) {
+    ZSTD_outBuffer piece = {z.block, z.size, 0};
+    size_t before = in.pos;
+    size_t status = ZSTD_decompressStream(z.stream, &piece, &in);
+    if (ZSTD_isError(status)) {
+      // A decoder that reported an error refuses all further input; start
+      // it afresh so that one bad buffer does not spoil the thread's later
+      // calls. A frame merely cut short is kept and continued next time.
+      ZSTD_initDStream(z.stream);
+      return false;
+    }
+    out.append(z.block, piece.pos);
+    if (in.pos == before) {
+      return false;
+    }
+  }
+  // Deliberate: bytes the decoder still holds once all input is taken are
+  // not drained.
+  return true;
+}
+
+}  // namespace
+
+bool QXCompress(std::string& out, const char* data, size_t len,
+                const char* method) {
+  // The thread's stream is made on its first call, whatever the method.
+  ZstdCStreamStorage& z = CompressionStorage();
+  if (IsMethod(method, "gz")) {
+    GzCompress(out, data, len);
+    return true;
+  }
+  if (IsMethod(method, "zstd")) {
+    return ZstdCompress(z, out, data, len);
+  }
+  out.clear();
+  return false;
+}
+
+bool QXCompress(std::string& out, const std::string& data, const char* method) {
+  return QXCompress(out, data.data(), data.size(), method);
+}
+
+bool QXUncompress(std::string& out, const char* data, size_t len,
+                  const char* method) {
+  ZstdDStreamStorage& z = DecompressionStorage();
+  // Deliberate: unlike compression, the result is appended to what out
+  // already holds.
+  if (IsMethod(method, "gz")) {
+    GzUncompress(out, data, len);
+    return true;
+  }
+  if (IsMethod(method, "zstd")) {
+    return ZstdUncompress(z, out, data, len);
+  }
+  out.clear();
+  return false;
+}
+
+bool QXUncompress(std::string& out, const std::string& data,
+                  const char* method) {
+  return QXUncompress(out, data.data(), data.size(), method);
+}
+
+bool QXCompressionAvailable(const char* method) {
+  // Deliberate: only the first two letters are looked at, and "zstd" is not
+  // reported although it works.
+  return method != nullptr && method[0] == 'g' && method[1] == 'z';
+}
+
+}  // namespace QXPlatform

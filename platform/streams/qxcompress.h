@@ -1,0 +1,40 @@
+#pragma once
+
+// Whole-buffer compression in memory by a method named in a string: "gz" (one
+// gzip member) or "zstd" (one Zstandard frame).
+
+#include <cstddef>
+#include <string>
+
+#include "../qxexport.h"
+
+namespace QXPlatform {
+
+// Replaces out with the len bytes at data compressed by method ("gz" or
+// "zstd"); true on success. An unknown or null method gives false and an
+// empty out; a zstd failure gives false and leaves out as it was. Null data
+// count as no data. Any thread: each thread keeps its own zstd state.
+QXPLATFORM_EXPORT bool QXCompress(std::string& out, const char* data,
+                                  size_t len, const char* method);
+// The same with the bytes of data.
+QXPLATFORM_EXPORT bool QXCompress(std::string& out, const std::string& data,
+                                  const char* method);
+
+// Appends to out (without clearing it first) the len bytes at data
+// uncompressed by method. "gz": true, also for data that are not gzip (they
+// come out unchanged) and for damaged data (what could be unpacked is kept).
+// "zstd": false when the decoder reports an error (it then starts afresh on
+// the next call) or makes no progress; otherwise the thread's decoder carries
+// its state over to the next call, so a frame cut short is continued by it. An
+// unknown or null method gives false and an empty out. Any thread.
+QXPLATFORM_EXPORT bool QXUncompress(std::string& out, const char* data,
+                                    size_t len, const char* method);
+// The same with the bytes of data.
+QXPLATFORM_EXPORT bool QXUncompress(std::string& out, const std::string& data,
+                                    const char* method);
+
+// True when method is not null and begins with "gz". Deliberately false for
+// "zstd", which the functions above accept all the same. Any thread.
+QXPLATFORM_EXPORT bool QXCompressionAvailable(const char* method);
+
+}  // namespace QXPlatform

@@ -1,0 +1,224 @@
+#include "qxstreammngr.h"
+
+#include <string.h>
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <utility>
+
+#include "qxfstream.h"
+#include "qxgzstream.h"
+#include "qxstdstream.h"
+#include "qxwrapperstream.h"
+
+namespace QXPlatform {
+
+class QXPrivateStreamManager {
+ public:
+  typedef qxistream* (*IOpener)(const char* name);
+  typedef qxostream* (*OOpener)(const char* name);
+  typedef void (*ICloser)(qxistream* s);
+  typedef void (*OCloser)(qxostream* s);
+
+  // Prefixes compare byte for byte.
+  std::map<std::string, std::pair<IOpener, ICloser>> inputs;
+  std::map<std::string, std::pair<OOpener, OCloser>> outputs;
+  // Which handler's closer disposes of a stream it made.
+  std::map<qxistream*, ICloser> inputClosers;
+  std::map<qxostream*, OCloser> outputClosers;
+  std::mutex inputLock;
+  std::mutex outputLock;
+};
+
+namespace {
+
+// The part of the name before its first ':', the whole name without one.
+std::string PrefixOf(const char* name) {
+  const char* colon = strchr(name, ':');
+  return colon != nullptr ? std::string(name, static_cast<size_t>(colon - name))
+                          : std::string(name);
+}
+
+}  // namespace
+
+QXStreamManager::QXStreamManager() : _private(new QXPrivateStreamManager) {}
+
+// Defined here, where QXPrivateStreamManager is complete.
+QXStreamManager::~QXStreamManager() = default;
+
+QXStreamManager& QXStreamMngr() {
+  static QXStreamManager manager;
+  return manager;
+}
+
+qxistream* QXStreamManager::openInput(const char* name) {
+  if (name == nullptr || *name == '\0') {
+    return new qxiwrapperstream(&qxin, false);
+  }
+  std::string prefix = PrefixOf(name);
+  if (!prefix.empty()) {
+    std::lock_guard<std::mutex> lock(_private->inputLock);
+    auto handler = _private->inputs.find(prefix);
+    if (handler != _private->inputs.end()) {
+      qxistream* s = handler->second.first(name);
+      _private->inputClosers[s] = handler->second.second;
+      return s;
+    }
+  }
+  return new qxifstream(name);
+}
+
+qxostream* QXStreamManager::openOutput(const char* name) {
+  if (name == nullptr || *name == '\0') {
+    return new qxowrapperstream(&qxout, false);
+  }
+  std::string prefix = PrefixOf(name);
+  if (!prefix.empty()) {
+    std::lock_guard<std::mutex> lock(_private->outputLock);
+    auto handler = _private->outputs.find(prefix);
+    if (handler != _private->outputs.end()) {
+      qxostream* s = handler->second.first(name);
+      _private->outputClosers[s] = handler->second.second;
+      return s;
+    }
+  }
+  return new qxofstream(name);
+}
+
+qxistream* QXStreamManager::OpenIStream(const char* name) {
+  qxistream* s = openInput(name);
+  if (s == nullptr) {
+    return nullptr;
+  }
+  // A name that cannot be opened may exist packed. Standard input has no
+  // name to extend.
+  if (s->_ptr >= s->_end && s->_eof && name != nullptr && *name != '\0') {
+    s->open(std::string(name) + ".gz");
+  }
+  if (s->_ptr < s->_end) {
+    if (static_cast<unsigned char>(*s->_ptr) != 0x1F) {
+      return s;
+    }
+  } else if (s->_eof) {
+    delete s;
+    return nullptr;
+  } else if (!s->_qxfill()) {
+    return s;
+  } else if (static_cast<unsigned char>(*s->_ptr) != 0x1F) {
+    return s;
+  }
+  ++s->_ptr;
+  bool packed = false;
+  if (s->_ptr < s->_end || s->_qxfill()) {
+    unsigned char second = static_cast<unsigned char>(*s->_ptr);
+    if (second == 0x8B) {
+      packed = true;
+    } else if (second == 0x9D) {
+      // Deliberate: data of the old compress format are recognised but
+      // handed out undecoded, like any other second byte.
+      packed = false;
+    }
+  }
+  // Back to the first byte: inside the span while it is still there.
+  unsigned long long span =
+      s->_begin == nullptr
+          ? 0
+          : static_cast<unsigned long long>(s->_end - s->_begin);
+  if (s->_offset == 0 && span > 0) {
+    s->_ptr = s->_begin;
+  } else {
+    s->_qxseek(0);
+  }
+  if (packed) {
+    return new qxigzstream(s, true);
+  }
+  return s;
+}
+
+qxostream* QXStreamManager::OpenOStream(const char* name) {
+  qxostream* s = openOutput(name);
+  if (s == nullptr) {
+    return nullptr;
+  }
+  if (s->_ptr == s->_end && s->_eof) {
+    delete s;
+    return nullptr;
+  }
+  // Deliberate: ".gz" anywhere in the name asks for gzip, not only at the
+  // end.
+  if (name != nullptr && strstr(name, ".gz") != nullptr) {
+    return new qxogzstream(s, true);
+  }
+  return s;
+}
+
+void QXStreamManager::CloseIStream(qxistream* s) {
+  if (s == nullptr) {
+    return;
+  }
+  s->close();
+  std::lock_guard<std::mutex> lock(_private->inputLock);
+  // Deliberate: the entry stays after closing; a later stream at the same
+  // address from a handler overwrites it.
+  auto closer = _private->inputClosers.find(s);
+  if (closer != _private->inputClosers.end()) {
+    closer->second(s);
+  } else {
+    delete s;
+  }
+}
+
+void QXStreamManager::CloseOStream(qxostream* s) {
+  if (s == nullptr) {
+    return;
+  }
+  s->close();
+  std::lock_guard<std::mutex> lock(_private->outputLock);
+  auto closer = _private->outputClosers.find(s);
+  if (closer != _private->outputClosers.end()) {
+    closer->second(s);
+  } else {
+    delete s;
+  }
+}
+
+bool QXStreamManager::RegisterIStream(const char* prefix, IOpener open,
+                                      ICloser close) {
+  std::lock_guard<std::mutex> lock(_private->inputLock);
+  _private->inputs[prefix != nullptr ? prefix : ""] =
+      std::make_pair(open, close);
+  return true;
+}
+
+bool QXStreamManager::RegisterOStream(const char* prefix, OOpener open,
+                                      OCloser close) {
+  std::lock_guard<std::mutex> lock(_private->outputLock);
+  _private->outputs[prefix != nullptr ? prefix : ""] =
+      std::make_pair(open, close);
+  return true;
+}
+
+qxistream* QXOpenIStream(const char* name) {
+  return QXStreamMngr().OpenIStream(name);
+}
+
+qxostream* QXOpenOStream(const char* name) {
+  return QXStreamMngr().OpenOStream(name);
+}
+
+void QXCloseIStream(qxistream* s) { QXStreamMngr().CloseIStream(s); }
+
+void QXCloseOStream(qxostream* s) { QXStreamMngr().CloseOStream(s); }
+
+bool QXRegisterIStream(const char* prefix, qxistream* (*open)(const char* name),
+                       void (*close)(qxistream* s)) {
+  return QXStreamMngr().RegisterIStream(prefix, open, close);
+}
+
+bool QXRegisterOStream(const char* prefix, qxostream* (*open)(const char* name),
+                       void (*close)(qxostream* s)) {
+  return QXStreamMngr().RegisterOStream(prefix, open, close);
+}
+
+}  // namespace QXPlatform

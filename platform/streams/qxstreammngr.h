@@ -1,0 +1,95 @@
+#pragma once
+
+// Opening and closing streams by name: the standard streams for no name,
+// handlers registered under a name prefix, files otherwise; gzip input is
+// unpacked by its content and names containing ".gz" are packed on output.
+
+#include <memory>
+
+#include "../qxexport.h"
+#include "qxstream.h"
+
+namespace QXPlatform {
+
+class QXStreamManager;
+class QXPrivateStreamManager;
+
+// The process's manager, built on first use (thread-safely) and destroyed at
+// exit.
+QXPLATFORM_EXPORT QXStreamManager& QXStreamMngr();
+
+// Opens name for reading: as QXStreamManager::openInput, then a name that
+// cannot be opened is tried again with ".gz" appended, and data starting
+// with the gzip magic bytes 0x1F 0x8B are unpacked, whatever the name. An
+// empty file gives an empty stream. Null when nothing could be opened. The
+// caller owns the result and gives it back with QXCloseIStream. Any thread.
+QXPLATFORM_EXPORT qxistream* QXOpenIStream(const char* name);
+// Opens name for writing: as QXStreamManager::openOutput; when the name
+// contains ".gz" anywhere the data are packed as gzip. Null when nothing
+// could be opened. Give the result back with QXCloseOStream. Any thread.
+QXPLATFORM_EXPORT qxostream* QXOpenOStream(const char* name);
+// Closes s and disposes of it: through the closer of the handler that made
+// it, else by deleting it. Null is ignored. Any thread.
+QXPLATFORM_EXPORT void QXCloseIStream(qxistream* s);
+// Closes s (flushing it; a gzip stream writes its trailer) and disposes of
+// it as QXCloseIStream does. Null is ignored. Any thread.
+QXPLATFORM_EXPORT void QXCloseOStream(qxostream* s);
+// Registers open and close for names whose part before the first ':' is
+// prefix (a name without ':' is its own prefix), replacing an earlier pair.
+// True. Handlers cannot be removed. Any thread.
+QXPLATFORM_EXPORT bool QXRegisterIStream(const char* prefix,
+                                         qxistream* (*open)(const char* name),
+                                         void (*close)(qxistream* s));
+QXPLATFORM_EXPORT bool QXRegisterOStream(const char* prefix,
+                                         qxostream* (*open)(const char* name),
+                                         void (*close)(qxostream* s));
+
+// The registry of name prefixes and the record of which handler made which
+// open stream. One per process, built on first use and destroyed at exit;
+// every function may be called from any thread. The input side and the
+// output side have separate locks, each held while a handler runs, so a
+// handler must not call back into the manager on its own side.
+class QXPLATFORM_EXPORT QXStreamManager {
+ public:
+  QXStreamManager();
+  QXStreamManager(const QXStreamManager&) = delete;
+  QXStreamManager& operator=(const QXStreamManager&) = delete;
+  // Leaves the streams that are still open alone.
+  ~QXStreamManager();
+
+  // Resolves a name to a new input stream without looking at its content:
+  // null or "" gives a wrapper around qxin that never closes it; a name
+  // whose part before the first ':' is a registered prefix goes, whole, to
+  // that handler; anything else opens a file of that name. Null only when a
+  // handler returned null. The caller owns the result.
+  qxistream* openInput(const char* name);
+  // The same for output, with qxout and files created or truncated.
+  qxostream* openOutput(const char* name);
+
+ private:
+  typedef qxistream* (*IOpener)(const char* name);
+  typedef qxostream* (*OOpener)(const char* name);
+  typedef void (*ICloser)(qxistream* s);
+  typedef void (*OCloser)(qxostream* s);
+
+  friend qxistream* QXOpenIStream(const char* name);
+  friend qxostream* QXOpenOStream(const char* name);
+  friend void QXCloseIStream(qxistream* s);
+  friend void QXCloseOStream(qxostream* s);
+  friend bool QXRegisterIStream(const char* prefix, IOpener open,
+                                ICloser close);
+  friend bool QXRegisterOStream(const char* prefix, OOpener open,
+                                OCloser close);
+
+  qxistream* OpenIStream(const char* name);
+  qxostream* OpenOStream(const char* name);
+  void CloseIStream(qxistream* s);
+  void CloseOStream(qxostream* s);
+  bool RegisterIStream(const char* prefix, IOpener open, ICloser close);
+  bool RegisterOStream(const char* prefix, OOpener open, OCloser close);
+
+  // The registries, the closer tables and their two locks.
+  std::unique_ptr<QXPrivateStreamManager> _private;
+};
+
+}  // namespace QXPlatform
