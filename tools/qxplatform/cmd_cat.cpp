@@ -1,10 +1,8 @@
-// cat: copies named files (or standard input) to standard output.
-
-#include <errno.h>
-#include <stdio.h>
-#include <string.h>
+// cat: opens each name through the stream manager (so gzip input is unpacked
+// by its content) and copies it to standard output.
 
 #include <string>
+#include <vector>
 
 #include <QXPlatform/QXPlatform.h>
 
@@ -16,7 +14,17 @@ namespace {
 using QXPlatform::qxistream;
 using QXPlatform::qxout;
 
-// Copies in to qxout with a read/write loop; false when the output failed.
+void PrintHelp(FILE* to) {
+  fputs(
+      "usage: qxplatform cat [NAME...]\n"
+      "\n"
+      "Opens each NAME by name (a file path, or a registered prefix) and copies\n"
+      "it to standard output; gzip data is recognised by its content and\n"
+      "unpacked. No NAME, or '-', reads standard input.\n",
+      to);
+}
+
+// Copies in to qxout with read/write; false when standard output failed.
 bool CopyToOutput(qxistream& in) {
   char chunk[65536];
   for (;;) {
@@ -32,51 +40,36 @@ bool CopyToOutput(qxistream& in) {
 
 }  // namespace
 
-void PrintCatHelp() {
-  fputs(
-      "usage: qxplatform cat [NAME...]\n"
-      "\n"
-      "Copies each NAME to standard output; no NAME or '-' reads standard input.\n",
-      stdout);
-}
-
 int RunCat(int argc, char** argv) {
-  int status = kExitOk;
-  bool any = false;
-  for (int i = 1; i < argc; ++i) {
-    std::string name = argv[i];
-    if (name == "--help" || name == "-h") {
-      PrintCatHelp();
-      return kExitOk;
-    }
+  if (WantsHelp(argc, argv)) {
+    PrintHelp(stdout);
+    return kExitOk;
   }
+  std::vector<std::string> names;
   for (int i = 1; i < argc; ++i) {
-    std::string name = argv[i];
-    any = true;
-    if (name == "-") {
-      if (!CopyToOutput(QXPlatform::qxin)) {
-        fprintf(stderr, "qxplatform cat: cannot write standard output\n");
-        return kExitFailure;
-      }
-      continue;
-    }
-    QXPlatform::qxifstream in(name.c_str());
-    if (in.eof()) {
-      fprintf(stderr, "qxplatform cat: %s: %s\n", name.c_str(), strerror(errno));
+    names.push_back(argv[i]);
+  }
+  if (names.empty()) {
+    names.push_back("-");
+  }
+  int status = kExitOk;
+  for (const std::string& name : names) {
+    const char* managerName = name == "-" ? "" : name.c_str();
+    qxistream* in = QXPlatform::QXOpenIStream(managerName);
+    if (in == nullptr) {
+      Complain("cat", name, WhyUnreadable(name));
       status = kExitFailure;
       continue;
     }
-    if (!CopyToOutput(in)) {
-      fprintf(stderr, "qxplatform cat: cannot write standard output\n");
+    bool ok = CopyToOutput(*in);
+    QXPlatform::QXCloseIStream(in);
+    if (!ok) {
+      Complain("cat", "standard output", "write failed");
       return kExitFailure;
     }
   }
-  if (!any && !CopyToOutput(QXPlatform::qxin)) {
-    fprintf(stderr, "qxplatform cat: cannot write standard output\n");
-    return kExitFailure;
-  }
   if (!qxout.flush()) {
-    fprintf(stderr, "qxplatform cat: cannot write standard output\n");
+    Complain("cat", "standard output", "write failed");
     return kExitFailure;
   }
   return status;

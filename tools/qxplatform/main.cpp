@@ -1,7 +1,7 @@
-// qxplatform: a command-line front end to the library's streams.
+// qxplatform: a command-line front end to the library's streams, buffer
+// compression, system information and version report.
 
 #include <stdio.h>
-#include <string.h>
 
 #include <string>
 
@@ -14,9 +14,18 @@ void PrintHelp() {
       "usage: qxplatform <command> [arguments]\n"
       "\n"
       "commands:\n"
-      "  cat [NAME...]   copy each named stream (or standard input) to standard output\n"
+      "  cat [NAME...]                      copy streams to standard output "
+      "(gzip input is unpacked)\n"
+      "  write NAME                         copy standard input to NAME "
+      "(\".gz\" in NAME compresses)\n"
+      "  compress -m gz|zstd [IN [OUT]]     compress a whole file\n"
+      "  uncompress -m gz|zstd [IN [OUT]]   uncompress a whole file\n"
+      "  info                               host, machine, user and process "
+      "facts\n"
+      "  versions                           the version report\n"
       "\n"
-      "Run 'qxplatform <command> --help' for the arguments of a command.\n",
+      "Run 'qxplatform <command> --help' for the arguments of a command.\n"
+      "Exit status: 0 success, 1 failure, 2 usage error.\n",
       stdout);
 }
 
@@ -32,10 +41,27 @@ int main(int argc, char** argv) {
     PrintHelp();
     return qxtool::kExitOk;
   }
+  int subArgc = argc - 1;
+  char** subArgv = argv + 1;
   if (command == "cat") {
-    return qxtool::RunCat(argc - 1, argv + 1);
+    return qxtool::RunCat(subArgc, subArgv);
+  }
+  if (command == "write") {
+    return qxtool::RunWrite(subArgc, subArgv);
+  }
+  if (command == "compress") {
+    return qxtool::RunCompress(subArgc, subArgv);
+  }
+  if (command == "uncompress") {
+    return qxtool::RunUncompress(subArgc, subArgv);
+  }
+  if (command == "info") {
+    return qxtool::RunInfo(subArgc, subArgv);
+  }
+  if (command == "versions") {
+    return qxtool::RunVersions(subArgc, subArgv);
   }
   fprintf(stderr, "qxplatform: unknown command '%s'\n", command.c_str());
-  PrintHelp();
+  fputs("Run 'qxplatform --help' for the list of commands.\n", stderr);
   return qxtool::kExitUsage;
 }

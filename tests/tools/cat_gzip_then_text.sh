@@ -1,0 +1,3 @@
+printf 'packed\n' | gzip -c > mixed.gz
+printf 'plain tail\n' >> mixed.gz
+"$QXPLATFORM" cat mixed.gz

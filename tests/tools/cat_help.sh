@@ -1,0 +1,1 @@
+"$QXPLATFORM" cat --help | head -n 1

@@ -1,0 +1,1 @@
+"$QXPLATFORM" compress --help | head -n 1

@@ -1,0 +1,1 @@
+"$QXPLATFORM" --help | grep -E '^  (cat|write|compress|uncompress|info|versions) ' | awk '{print $1}'

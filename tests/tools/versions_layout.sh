@@ -1,0 +1,1 @@
+"$QXPLATFORM" versions

@@ -1,0 +1,1 @@
+"$QXPLATFORM" write --help | head -n 1

@@ -1,0 +1,1 @@
+printf 'some text\n' | "$QXPLATFORM" write out.txt && cat out.txt
