@@ -2,6 +2,9 @@
 
 // Everything the library offers, in one include.
 
+#include "binary/qxbinary.h"
+#include "binary/qxbinaryio.h"
+#include "binary/qxhalffloat.h"
 #include "qxexport.h"
 #include "files/qxdirectory.h"
 #include "files/qxfile.h"

@@ -1,6 +1,10 @@
 // cat: opens each name through the stream manager (so gzip input is unpacked
 // by its content) and copies it to standard output.
 
+#include <errno.h>
+#include <string.h>
+#include <sys/stat.h>
+
 #include <string>
 #include <vector>
 
@@ -54,6 +58,14 @@ int RunCat(int argc, char** argv) {
   }
   int status = kExitOk;
   for (const std::string& name : names) {
+    // A directory opens as a file on this system and reads as empty; say so
+    // instead of printing nothing.
+    struct stat st;
+    if (name != "-" && stat(name.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
+      Complain("cat", name, strerror(EISDIR));
+      status = kExitFailure;
+      continue;
+    }
     const char* managerName = name == "-" ? "" : name.c_str();
     qxistream* in = QXPlatform::QXOpenIStream(managerName);
     if (in == nullptr) {
