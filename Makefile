@@ -32,3 +32,6 @@ clean:
 
 fuzz: setup
 	@bash scripts/fuzz.sh
+
+docs:
+	@bash scripts/docs.sh

@@ -8,7 +8,7 @@ packages=(
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   zlib1g-dev libzstd-dev zstd gzip pigz python3
   openjdk-17-jdk-headless
-  libclang-rt-14-dev valgrind
+  libclang-rt-14-dev valgrind iproute2 util-linux
 )
 
 missing=()
