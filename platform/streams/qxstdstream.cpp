@@ -35,11 +35,7 @@ void qxistdstream::LetGo() {
 
 void qxistdstream::Reset() {
   _qxclear();
-  _ptr = _end = _buffer;
-  _offset = 0;
-  _size = 0;
-  _sizeknown = false;
-  _eof = true;
+  ResetToClosed();
 }
 
 void qxistdstream::_qxclear() {}
@@ -125,11 +121,7 @@ void qxostdstream::LetGo(bool flushFirst) {
 
 void qxostdstream::Reset() {
   _qxclear();
-  _ptr = _end = _buffer;
-  _offset = 0;
-  _size = 0;
-  _sizeknown = false;
-  _eof = true;
+  ResetToClosed();
 }
 
 void qxostdstream::_qxclear() {}

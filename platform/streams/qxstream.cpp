@@ -211,19 +211,11 @@ bool qxistream::skip(long long n) {
   }
 }
 
-void qxistream::ResetForOpen() {
-  _ptr = _end = _buffer;
-  _offset = 0;
-  _size = 0;
-  _sizeknown = false;
-  _eof = true;
-}
-
 bool qxistream::open(const char* name) {
   if (!_qxclose()) {
     return false;
   }
-  ResetForOpen();
+  ResetToClosed();
   bool ok = _qxopen(name);
   _eof = !ok;
   return ok;
@@ -235,7 +227,7 @@ bool qxistream::open(unsigned char* data, unsigned long n) {
   if (!_qxclose()) {
     return false;
   }
-  ResetForOpen();
+  ResetToClosed();
   if (data == nullptr) {
     return false;
   }
@@ -249,7 +241,7 @@ bool qxistream::close() {
   if (!_qxclose()) {
     return false;
   }
-  ResetForOpen();
+  ResetToClosed();
   return true;
 }
 
@@ -329,18 +321,10 @@ unsigned long long qxostream::write(const std::string& s, unsigned long n) {
   return write(s.data(), n);
 }
 
-void qxostream::ResetForOpen() {
-  _ptr = _end = _buffer;
-  _offset = 0;
-  _size = 0;
-  _sizeknown = false;
-  _eof = true;
-}
-
 bool qxostream::open(const char* name) {
   _qxflush();
   _qxclose();
-  ResetForOpen();
+  ResetToClosed();
   if (!_qxopen(name)) {
     return false;
   }
@@ -354,7 +338,7 @@ bool qxostream::open(const std::string& name) { return open(name.c_str()); }
 bool qxostream::open(unsigned char* data, unsigned long n) {
   _qxflush();
   _qxclose();
-  ResetForOpen();
+  ResetToClosed();
   _size = n;
   _sizeknown = true;
   if (data == nullptr) {
@@ -369,7 +353,7 @@ bool qxostream::open(unsigned char* data, unsigned long n) {
 bool qxostream::close() {
   _qxflush();
   bool ok = _qxclose();
-  ResetForOpen();
+  ResetToClosed();
   return ok;
 }
 

@@ -138,6 +138,15 @@ class QXPLATFORM_EXPORT qxstream {
   virtual unsigned long long _qxsize();
   // The stream position: bytes before the span plus those consumed in it.
   virtual unsigned long long _qxtell() const;
+  // The state of a stream with nothing open: empty span at the block, no
+  // position, no known size, _eof set. _begin is left alone.
+  void ResetToClosed() {
+    _ptr = _end = _buffer;
+    _offset = 0;
+    _size = 0;
+    _sizeknown = false;
+    _eof = true;
+  }
 
  public:
   virtual ~qxstream();
@@ -282,7 +291,6 @@ class QXPLATFORM_EXPORT qxistream : public qxstream {
   void ConsumeLineEnd(unsigned char first);
   const char* NumberToken(char* small, unsigned long smallSize,
                           std::unique_ptr<char[]>& heap);
-  void ResetForOpen();
 };
 
 // An output stream. The base class is the discarding sink: bytes written to
@@ -380,7 +388,6 @@ class QXPLATFORM_EXPORT qxostream : public qxstream {
   }
   void PutFormatted(const char* text, unsigned long n);
   void WriteText(const char* text);
-  void ResetForOpen();
 
   friend qxostream& qxendl(qxostream& out);
   friend qxostream& qxends(qxostream& out);

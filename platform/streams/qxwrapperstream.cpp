@@ -24,11 +24,8 @@ qxiwrapperstream::~qxiwrapperstream() {
 }
 
 void qxiwrapperstream::Reset() {
-  _ptr = _end = _begin = _buffer;
-  _offset = 0;
-  _size = 0;
-  _sizeknown = false;
-  _eof = true;
+  _begin = _buffer;
+  ResetToClosed();
 }
 
 void qxiwrapperstream::_qxclear() {}
@@ -143,11 +140,8 @@ qxowrapperstream::~qxowrapperstream() {
 }
 
 void qxowrapperstream::Reset() {
-  _ptr = _end = _begin = _buffer;
-  _offset = 0;
-  _size = 0;
-  _sizeknown = false;
-  _eof = true;
+  _begin = _buffer;
+  ResetToClosed();
 }
 
 void qxowrapperstream::_qxclear() {}
