@@ -198,6 +198,11 @@ TEST(QXThreadTest, StartReportsAThreadTheSystemCannotCreate) {
 // Joining the running thread from itself fails; the failure is reported and
 // Join goes on with the empty result it got.
 TEST(QXThreadTest, JoinReportsAFailedWaitAndGoesOn) {
+#if defined(__SANITIZE_THREAD__)
+  // The sanitizer's join bookkeeping claims the thread before the real call,
+  // so a self-join racing the owner's join upsets it depending on the order.
+  GTEST_SKIP() << "ThreadSanitizer does not support a thread joining itself";
+#endif
   class SelfJoin : public QXThread {
    public:
     explicit SelfJoin(QXCondition& started, bool& go)
