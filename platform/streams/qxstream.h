@@ -121,7 +121,9 @@ class QXPLATFORM_EXPORT qxstream {
 
  public:
   typedef QXBoundedCache<32768, 32> BufferCache;
-  static const unsigned long kBlockSize = 32768;
+  // The size of every stream's block. constexpr makes it an inline
+  // definition, so callers may bind it by reference (std::min, std::max).
+  static constexpr unsigned long kBlockSize = 32768;
 
   // The process-wide block pool, built on first use.
   static BufferCache& GetBufferCache();

@@ -5,6 +5,7 @@
 
 #include <climits>
 #include <memory>
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -81,6 +82,14 @@ TEST(QXBoundedCacheTest, HeapBlockIsFreedNotPooled) {
   for (char* block : pooled) {
     cache->Give(block);
   }
+}
+
+// Callers may take the block size by reference, as std::min does; that needs
+// a definition of the constant, not just its value.
+TEST(qxstreamTest, BlockSizeCanBeBoundByReference) {
+  const unsigned long& size = qxstream::kBlockSize;
+  EXPECT_EQ(size, 32768u);
+  EXPECT_EQ(std::min(qxstream::kBlockSize, 40000ul), 32768u);
 }
 
 TEST(qxstreamTest, EveryStreamUsesThePoolsBufferCache) {
