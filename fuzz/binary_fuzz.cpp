@@ -19,12 +19,16 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include "fuzz_streams.h"
 #include "fuzz_support.h"
 #include <QXPlatform/binary/qxbinary.h>
 #include <QXPlatform/streams/qxsstream.h>
 #include <QXPlatform/streams/qxstdstream.h>
 
 namespace {
+
+using qxfuzz::Check;
+using qxfuzz::ChoppedStream;
 
 using QXPlatform::QX_io_read_binary;
 using QXPlatform::QX_io_read_binary_compressed;
@@ -33,45 +37,6 @@ using QXPlatform::QX_io_write_binary;
 using QXPlatform::QX_io_write_binary_compressed;
 using QXPlatform::qxistream;
 using QXPlatform::qxosstream;
-
-void Check(bool ok) {
-  if (!ok) {
-    abort();
-  }
-}
-
-// Hands out the image in spans whose lengths cycle through a list.
-class ChoppedStream : public qxistream {
- public:
-  ChoppedStream(const std::string& data, std::vector<size_t> spans)
-      : _data(data), _spans(std::move(spans)), _next(0), _pos(0) {
-    _eof = false;
-  }
-  // Bytes consumed so far.
-  size_t consumed() const { return static_cast<size_t>(tell()); }
-
- protected:
-  bool _qxfill() override {
-    _offset += static_cast<unsigned long long>(_ptr - _begin);
-    if (_pos >= _data.size()) {
-      _begin = _ptr = _end = _buffer;
-      _eof = true;
-      return false;
-    }
-    size_t n = std::min(_spans[_next++ % _spans.size()], _data.size() - _pos);
-    memcpy(_buffer, _data.data() + _pos, n);
-    _pos += n;
-    _begin = _ptr = _buffer;
-    _end = _buffer + n;
-    return true;
-  }
-
- private:
-  std::string _data;
-  std::vector<size_t> _spans;
-  size_t _next;
-  size_t _pos;
-};
 
 // qxerr goes to a file so that its lines can be checked after each input.
 int MessageFile() {
@@ -149,7 +114,7 @@ class Reader {
     }
     Check(fromBuffer == fromStream);
     _at += need;
-    Check(_stream.consumed() == _at);
+    Check(_stream.tell() == _at);
     std::string messages = TakeMessages(_fd);
     if (!defined) {
       // One report from each form.
@@ -195,7 +160,7 @@ class Reader {
     Check(QX_io_write_binary(out, fromStream) == n + 4);
     Check(out.str() == image);
     _at += n + 4;
-    Check(_stream.consumed() == _at);
+    Check(_stream.tell() == _at);
   }
 
   void Packed(unsigned int bits, unsigned int count) {
@@ -216,7 +181,7 @@ class Reader {
     Check(fromBuffer == fromStream);
     std::string image(reinterpret_cast<const char*>(here()), need);
     _at += need;
-    Check(_stream.consumed() == _at);
+    Check(_stream.tell() == _at);
     if (bits < 32) {
       for (unsigned int v : fromBuffer) {
         Check(bits == 0 ? v == 0 : (v >> bits) == 0 || bits == 32);
@@ -256,7 +221,7 @@ class Reader {
     Check(SameBits(fromBuffer.data(), fromStream.data(), count));
     std::string image(reinterpret_cast<const char*>(here()), need);
     _at += need;
-    Check(_stream.consumed() == _at);
+    Check(_stream.tell() == _at);
     if (bits >= 32) {
       // Plain words: writing them again gives the image.
       std::string again(need, '\0');

@@ -19,68 +19,23 @@
 #include <fuzzer/FuzzedDataProvider.h>
 #include <zlib.h>
 
+#include "fuzz_streams.h"
+#include "fuzz_support.h"
 #include <QXPlatform/streams/qxcompress.h>
 #include <QXPlatform/streams/qxgzstream.h>
 #include <QXPlatform/streams/qxsstream.h>
 #include <QXPlatform/streams/qxstdstream.h>
 
-#include "fuzz_support.h"
-
 namespace {
+
+using qxfuzz::Check;
+using qxfuzz::ChoppedStream;
 
 using QXPlatform::qxigzstream;
 using QXPlatform::qxisstream;
 using QXPlatform::qxistream;
 using QXPlatform::qxogzstream;
 using QXPlatform::qxosstream;
-
-void Check(bool ok) {
-  if (!ok) {
-    abort();
-  }
-}
-
-// An inner stream that hands out its bytes in spans whose lengths cycle
-// through a list, and can go back to any position.
-class ChoppedStream : public qxistream {
- public:
-  ChoppedStream(const std::string& data, std::vector<size_t> spans)
-      : _data(data), _spans(std::move(spans)), _next(0), _pos(0) {
-    _eof = false;
-  }
-
- protected:
-  bool _qxfill() override {
-    _offset += static_cast<unsigned long long>(_ptr - _begin);
-    if (_pos >= _data.size()) {
-      _begin = _ptr = _end = _buffer;
-      _eof = true;
-      return false;
-    }
-    size_t n = std::min(_spans[_next++ % _spans.size()], _data.size() - _pos);
-    memcpy(_buffer, _data.data() + _pos, n);
-    _pos += n;
-    _begin = _ptr = _buffer;
-    _end = _buffer + n;
-    return true;
-  }
-  bool _qxseek(long long pos) override {
-    if (pos < 0 || static_cast<unsigned long long>(pos) > _data.size()) {
-      return false;
-    }
-    _pos = static_cast<size_t>(pos);
-    _offset = _pos;
-    _begin = _ptr = _end = _buffer;
-    _eof = false;
-    return _qxfill();
-  }
-
- private:
-  std::string _data;
-  std::vector<size_t> _spans;
-  size_t _next;
-  size_t _pos;
-};
 
 // Every member of gz with zlib's own decoder; false unless all members are
 // whole and valid and nothing follows the last one.
@@ -158,9 +113,9 @@ void CheckMessages(int fd) {
     text.append(piece, static_cast<size_t>(got));
   }
   Check(ftruncate(fd, 0) == 0);
-  static const char* const kAllowed[] = {
-      "qxigzstream fill error", "qxigzstream init error",
-      "qxigzstream clear error"};
+  static const char* const kAllowed[] = {"qxigzstream fill error",
+                                         "qxigzstream init error",
+                                         "qxigzstream clear error"};
   size_t start = 0;
   while (start < text.size()) {
     size_t end = text.find('\n', start);
@@ -298,8 +253,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // whatever the cuts and flushes.
   std::string packed;
   Check(QXPlatform::QXCompress(packed, payload, "gz"));
-  static const unsigned char kHeader[10] = {0x1F, 0x8B, 8, 0, 0,
-                                            0,    0,    0, 0, 3};
+  static const unsigned char kHeader[10] = {0x1F, 0x8B, 8, 0, 0, 0, 0, 0, 0, 3};
   Check(packed.size() >= 18 && memcmp(packed.data(), kHeader, 10) == 0);
   std::string back;
   Check(ZlibGunzip(packed, &back) && back == payload);

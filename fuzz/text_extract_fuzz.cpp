@@ -12,44 +12,15 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include "fuzz_streams.h"
 #include <QXPlatform/streams/qxsstream.h>
 #include <QXPlatform/streams/qxstream.h>
 
 namespace {
 
+using qxfuzz::ChoppedStream;
+
 using QXPlatform::qxistream;
-
-// Hands out its bytes in spans whose lengths cycle through a list.
-class ChoppedStream : public qxistream {
- public:
-  ChoppedStream(const std::string& data, std::vector<size_t> spans)
-      : _data(data), _spans(std::move(spans)), _next(0), _pos(0) {
-    _eof = false;
-  }
-
- protected:
-  bool _qxfill() override {
-    if (_pos >= _data.size()) {
-      _ptr = _end;
-      _eof = true;
-      return false;
-    }
-    size_t want = _spans[_next++ % _spans.size()];
-    size_t n = std::min(want, _data.size() - _pos);
-    _offset += static_cast<unsigned long long>(_ptr - _begin);
-    memcpy(_buffer, _data.data() + _pos, n);
-    _pos += n;
-    _begin = _ptr = _buffer;
-    _end = _buffer + n;
-    return true;
-  }
-
- private:
-  std::string _data;
-  std::vector<size_t> _spans;
-  size_t _next;
-  size_t _pos;
-};
 
 // Applies one operation and describes its result as text.
 std::string Apply(qxistream& in, uint8_t op, uint8_t arg) {
