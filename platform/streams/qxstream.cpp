@@ -54,6 +54,14 @@ namespace {
   return copied < length ? ERANGE : 0;
 }
 
+// The system's text for an errno value. The descriptions are the C
+// library's own constant strings, so unlike strerror the result is never
+// overwritten by another thread's call and may be kept.
+const char* FixedErrorText(int code) {
+  const char* text = strerrordesc_np(code);
+  return text != nullptr ? text : "Unknown error";
+}
+
 }  // namespace
 
 int QXInternalStrError(char* buffer, unsigned long size) {
@@ -77,7 +85,9 @@ qxstream::qxstream()
       _offset(0),
       _size(0),
       _sizeknown(false),
-      _eof(true) {}
+      _eof(true),
+      _error(0),
+      _errortext("") {}
 
 qxstream::qxstream(const qxstream& other)
     : _buffer(GetBufferCache().Take()),
@@ -85,7 +95,9 @@ qxstream::qxstream(const qxstream& other)
       _offset(other._offset),
       _size(other._size),
       _sizeknown(other._sizeknown),
-      _eof(other._eof) {
+      _eof(other._eof),
+      _error(other._error),
+      _errortext(other._errortext) {
   std::memcpy(_buffer, other._buffer, kBlockSize);
   _ptr = _buffer + (other._ptr - other._buffer);
   _end = _buffer + (other._end - other._buffer);
@@ -103,6 +115,8 @@ qxstream& qxstream::operator=(const qxstream& other) {
   _size = other._size;
   _sizeknown = other._sizeknown;
   _eof = other._eof;
+  _error = other._error;
+  _errortext = other._errortext;
   std::memcpy(_buffer, other._buffer, kBlockSize);
   // Deliberate: _begin stays where it was; only the block and the distances
   // are taken over.
@@ -112,6 +126,14 @@ qxstream& qxstream::operator=(const qxstream& other) {
 qxstream::~qxstream() {
   GetBufferCache().Give(_buffer);
   _buffer = _ptr = _end = nullptr;
+}
+
+void qxstream::SetError(int code, const char* text) {
+  if (code == 0 || _error != 0) {
+    return;
+  }
+  _error = code;
+  _errortext = text != nullptr ? text : FixedErrorText(code);
 }
 
 bool qxstream::_qxseek(long long) { return false; }
@@ -216,6 +238,7 @@ bool qxistream::open(const char* name) {
     return false;
   }
   ResetToClosed();
+  ClearError();
   bool ok = _qxopen(name);
   _eof = !ok;
   return ok;
@@ -228,6 +251,7 @@ bool qxistream::open(unsigned char* data, unsigned long n) {
     return false;
   }
   ResetToClosed();
+  ClearError();
   if (data == nullptr) {
     return false;
   }
@@ -325,6 +349,7 @@ bool qxostream::open(const char* name) {
   _qxflush();
   _qxclose();
   ResetToClosed();
+  ClearError();
   if (!_qxopen(name)) {
     return false;
   }
@@ -339,6 +364,7 @@ bool qxostream::open(unsigned char* data, unsigned long n) {
   _qxflush();
   _qxclose();
   ResetToClosed();
+  ClearError();
   _size = n;
   _sizeknown = true;
   if (data == nullptr) {

@@ -166,7 +166,33 @@ class QXPLATFORM_EXPORT qxstream {
   // True when data is waiting in the span.
   bool buffered() const { return _ptr < _end; }
 
+  // The first failure since the stream was constructed or last opened: 0
+  // while there is none (reaching the end of the data is not a failure),
+  // else an errno value: the system's own for a failed call, ENOSPC for
+  // caller memory that is full, EBADMSG for damaged compressed input. Closing
+  // keeps it, so it can be asked after close(). The same thread as the
+  // stream's other calls.
+  int error() const { return _error; }
+  // The text of error(): "" while there is none, else a fixed text that
+  // lives as long as the process (the system's text for an errno value, or
+  // the kind of damage for EBADMSG).
+  const char* errortext() const { return _errortext; }
+
  protected:
+  // Records a failure unless one is recorded already, so the first cause is
+  // the one reported. A null text means the system's text for code; a text
+  // given must live as long as the process (a literal). code 0 is ignored.
+  void SetError(int code, const char* text = nullptr);
+  // Records the failure of a stream this one reads from or writes to.
+  void TakeError(const qxstream& inner) {
+    SetError(inner._error, inner._errortext);
+  }
+  // Forgets the recorded failure; opening does this.
+  void ClearError() {
+    _error = 0;
+    _errortext = "";
+  }
+
   char* _buffer;
   char* _ptr;
   char* _begin;
@@ -176,6 +202,8 @@ class QXPLATFORM_EXPORT qxstream {
   unsigned long long _size;
   bool _sizeknown;
   bool _eof;
+  int _error;
+  const char* _errortext;
 };
 
 // An input stream. The base class reads memory handed to open(data, n) and

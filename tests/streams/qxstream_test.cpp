@@ -522,3 +522,99 @@ TEST(QXIOErrorTest, StrErrorReportsSuccessAndCutTexts) {
 
 }  // namespace
 }  // namespace QXPlatform
+
+namespace {
+
+// A source whose fill fails with the errno value it was given, so the
+// recording rules of the failure status can be watched from outside.
+class FailingSource : public QXPlatform::qxistream {
+ public:
+  explicit FailingSource(int code, const char* text = nullptr)
+      : _code(code), _text(text) {}
+  void Fail(int code, const char* text = nullptr) { SetError(code, text); }
+
+ protected:
+  bool _qxopen(const char*) override { return true; }
+  bool _qxfill() override {
+    SetError(_code, _text);
+    _ptr = _end;
+    _eof = true;
+    return false;
+  }
+
+ private:
+  int _code;
+  const char* _text;
+};
+
+}  // namespace
+
+TEST(qxstreamErrorTest, NewStreamReportsNoFailure) {
+  QXPlatform::qxistream in;
+  QXPlatform::qxostream out;
+  EXPECT_EQ(in.error(), 0);
+  EXPECT_STREQ(in.errortext(), "");
+  EXPECT_EQ(out.error(), 0);
+  EXPECT_STREQ(out.errortext(), "");
+}
+
+TEST(qxstreamErrorTest, EndOfDataIsNotAFailure) {
+  unsigned char data[] = {'a', 'b'};
+  QXPlatform::qxistream in;
+  ASSERT_TRUE(in.open(data, sizeof data));
+  char into[8];
+  EXPECT_EQ(in.read(into, sizeof into), 2u);
+  EXPECT_TRUE(in.eof());
+  EXPECT_EQ(in.error(), 0);
+  EXPECT_STREQ(in.errortext(), "");
+}
+
+TEST(qxstreamErrorTest, SystemFailureCarriesTheSystemText) {
+  FailingSource in(EIO);
+  ASSERT_TRUE(in.open("x"));
+  char into[4];
+  EXPECT_EQ(in.read(into, sizeof into), 0u);
+  EXPECT_EQ(in.error(), EIO);
+  EXPECT_STREQ(in.errortext(), "Input/output error");
+}
+
+TEST(qxstreamErrorTest, FirstFailureIsKeptAndSurvivesClose) {
+  FailingSource in(EBADMSG, "unexpected end of file");
+  ASSERT_TRUE(in.open("x"));
+  char into[4];
+  in.read(into, sizeof into);
+  in.Fail(ENOSPC);
+  EXPECT_EQ(in.error(), EBADMSG);
+  EXPECT_STREQ(in.errortext(), "unexpected end of file");
+  EXPECT_TRUE(in.close());
+  EXPECT_EQ(in.error(), EBADMSG);
+  EXPECT_STREQ(in.errortext(), "unexpected end of file");
+}
+
+TEST(qxstreamErrorTest, OpeningForgetsTheFailure) {
+  FailingSource in(EIO);
+  ASSERT_TRUE(in.open("x"));
+  char into[4];
+  in.read(into, sizeof into);
+  ASSERT_EQ(in.error(), EIO);
+  ASSERT_TRUE(in.open("y"));
+  EXPECT_EQ(in.error(), 0);
+  EXPECT_STREQ(in.errortext(), "");
+}
+
+TEST(qxstreamErrorTest, ZeroIsNotRecordedAndUnknownValuesHaveAText) {
+  FailingSource in(0);
+  in.Fail(0);
+  EXPECT_EQ(in.error(), 0);
+  in.Fail(99999);
+  EXPECT_EQ(in.error(), 99999);
+  EXPECT_STREQ(in.errortext(), "Unknown error");
+}
+
+TEST(qxstreamErrorTest, CopiesTakeTheFailureAlong) {
+  FailingSource in(EIO);
+  in.Fail(EPIPE);
+  QXPlatform::qxistream copy(in);
+  EXPECT_EQ(copy.error(), EPIPE);
+  EXPECT_STREQ(copy.errortext(), "Broken pipe");
+}
