@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   cmake ninja-build g++ clang make pkgconf
   libgtest-dev libgmock-dev googletest libbenchmark-dev
-  zlib1g-dev libzstd-dev zstd gzip pigz python3
+  zlib1g-dev libzstd-dev libisal-dev zstd gzip pigz python3
   openjdk-17-jdk-headless
   libclang-rt-14-dev valgrind iproute2 util-linux
 )
