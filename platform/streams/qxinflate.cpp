@@ -113,7 +113,7 @@ class DeflateWalk {
       if (type == 0) {
         ok = Stored();
       } else if (type == 1) {
-        ok = Coded(FixedLiterals().entry, FixedDistances().entry);
+        ok = Coded(FixedLiterals(), FixedDistances());
       } else if (type == 2) {
         ok = Dynamic();
       } else {
@@ -133,14 +133,17 @@ class DeflateWalk {
   uint64_t Produced() const { return _produced; }
 
  private:
-  // Table entries: symbol in the low 16 bits, code length above; 0 marks a
-  // bit pattern no code starts with. Indexed by the next 15 bits (7 for the
-  // code length code, whose codes are at most 7 bits long).
-  static const unsigned kTableBits = 15;
-  static const unsigned kCodeTableBits = 7;
+  // A canonical code: a root table indexed by the next kRootBits bits for
+  // the short codes (entry: symbol in the low 16 bits, code length above; 0
+  // for a longer code or none), and the counts and symbols in code order
+  // that decode the long ones bit by bit.
+  static const unsigned kRootBits = 10;
+  static const size_t kRootSize = size_t{1} << kRootBits;
 
   struct Table {
-    uint32_t entry[size_t{1} << kTableBits];
+    uint32_t root[size_t{1} << kRootBits];
+    unsigned short count[16];
+    unsigned short symbol[320];
   };
 
   // Refills the bit buffer; false when fewer than n bits remain in all.
@@ -155,17 +158,21 @@ class DeflateWalk {
     return true;
   }
 
+  // Tops the bit buffer up to at least 56 bits while the input lasts. Bits
+  // above the count may already hold the bytes that follow: they are
+  // loaded again at the same place, so or-ing them in changes nothing.
   void Fill() {
+    if (_count > 56) {
+      return;
+    }
 #if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    if (_count <= 56 && _n - _pos >= 8) {
+    if (_n - _pos >= 8) {
       // Eight bytes at once; the bytes are in stream order on this host.
       uint64_t word;
       memcpy(&word, _in + _pos, 8);
       _bits |= word << _count;
-      unsigned bytes = (63 - _count) / 8;
-      _pos += bytes;
-      _count += bytes * 8;
-      _bits &= _count == 64 ? ~uint64_t{0} : (uint64_t{1} << _count) - 1;
+      _pos += (63 - _count) / 8;
+      _count |= 56;
       return;
     }
 #endif
@@ -182,14 +189,15 @@ class DeflateWalk {
     return v;
   }
 
-  // Builds the lookup table of the canonical code with the given lengths,
-  // by zlib's rules: an over-subscribed set is refused, an incomplete one
-  // too unless allowIncomplete and its only code is one bit long. A set with
-  // no codes at all is refused (zlib would fail only on first use; the walk
+  // Builds the table of the canonical code with the given lengths, by
+  // zlib's rules: an over-subscribed set is refused, an incomplete one too
+  // unless allowIncomplete and its only code is one bit long. A set with no
+  // codes at all is refused (zlib would fail only on first use; the walk
   // need not be so fine).
-  static bool Build(const unsigned char* lens, unsigned n, uint32_t* table,
-                    unsigned bits, bool allowIncomplete) {
-    unsigned count[16] = {0};
+  static bool Build(const unsigned char* lens, unsigned n, Table& table,
+                    bool allowIncomplete) {
+    unsigned short* count = table.count;
+    memset(count, 0, sizeof table.count);
     for (unsigned i = 0; i < n; ++i) {
       count[lens[i]]++;
     }
@@ -211,28 +219,37 @@ class DeflateWalk {
     if (left > 0 && (!allowIncomplete || max != 1)) {
       return false;
     }
+    count[0] = 0;
+    unsigned offset[16];
     unsigned next[16];
     unsigned code = 0;
-    count[0] = 0;
+    offset[1] = 0;
     for (unsigned len = 1; len <= 15; ++len) {
       code = (code + count[len - 1]) << 1;
       next[len] = code;
+      if (len < 15) {
+        offset[len + 1] = offset[len] + count[len];
+      }
     }
-    size_t size = size_t{1} << bits;
-    memset(table, 0, size * sizeof *table);
+    memset(table.root, 0, sizeof table.root);
     for (unsigned sym = 0; sym < n; ++sym) {
       unsigned len = lens[sym];
       if (len == 0) {
         continue;
       }
+      table.symbol[offset[len]++] = static_cast<unsigned short>(sym);
       unsigned c = next[len]++;
+      if (len > kRootBits) {
+        continue;
+      }
       unsigned reversed = 0;
       for (unsigned i = 0; i < len; ++i) {
         reversed = (reversed << 1) | ((c >> i) & 1);
       }
       uint32_t entry = sym | (len << 16);
-      for (size_t at = reversed; at < size; at += size_t{1} << len) {
-        table[at] = entry;
+      for (size_t at = reversed; at < (size_t{1} << kRootBits);
+           at += size_t{1} << len) {
+        table.root[at] = entry;
       }
     }
     return true;
@@ -245,7 +262,7 @@ class DeflateWalk {
       for (unsigned i = 0; i < 288; ++i) {
         lens[i] = i < 144 ? 8 : i < 256 ? 9 : i < 280 ? 7 : 8;
       }
-      Build(lens, 288, made.entry, kTableBits, false);
+      Build(lens, 288, made, false);
       return &made;
     }();
     return *table;
@@ -256,7 +273,7 @@ class DeflateWalk {
       static Table made;
       unsigned char lens[32];
       memset(lens, 5, sizeof lens);
-      Build(lens, 32, made.entry, kTableBits, false);
+      Build(lens, 32, made, false);
       return &made;
     }();
     return *table;
@@ -264,18 +281,39 @@ class DeflateWalk {
 
   // The next code by table; false when no code starts there or the input
   // ends inside it.
-  bool Decode(const uint32_t* table, unsigned bits, unsigned* symbol) {
+  bool Decode(const Table& table, unsigned* symbol) {
     Fill();
     uint32_t entry =
-        table[static_cast<size_t>(_bits) & ((size_t{1} << bits) - 1)];
+        table.root[static_cast<size_t>(_bits) & ((size_t{1} << kRootBits) - 1)];
     unsigned len = entry >> 16;
-    if (len == 0 || len > _count) {
-      return false;
+    if (len != 0) {
+      if (len > _count) {
+        return false;
+      }
+      _bits >>= len;
+      _count -= len;
+      *symbol = entry & 0xFFFF;
+      return true;
     }
-    _bits >>= len;
-    _count -= len;
-    *symbol = entry & 0xFFFF;
-    return true;
+    // A code longer than the root, or none: canonical decoding bit by bit.
+    int code = 0;
+    int first = 0;
+    int index = 0;
+    for (len = 1; len <= 15 && len <= _count; ++len) {
+      code |= static_cast<int>((_bits >> (len - 1)) & 1);
+      int count = table.count[len];
+      if (code - count < first) {
+        *symbol = table.symbol[index + (code - first)];
+        _bits >>= len;
+        _count -= len;
+        return true;
+      }
+      index += count;
+      first += count;
+      first <<= 1;
+      code <<= 1;
+    }
+    return false;
   }
 
   bool Stored() {
@@ -293,10 +331,14 @@ class DeflateWalk {
       Take(8);
       --len;
     }
-    if (_n - _pos < len) {
-      return false;
+    if (len > 0) {
+      if (_n - _pos < len) {
+        return false;
+      }
+      // The buffer is empty; what it held past the count was stored data.
+      _pos += len;
+      _bits = 0;
     }
-    _pos += len;
     return true;
   }
 
@@ -319,14 +361,14 @@ class DeflateWalk {
       }
       lens[kOrder[i]] = static_cast<unsigned char>(Take(3));
     }
-    if (!Build(lens, 19, _codes, kCodeTableBits, false)) {
+    if (!Build(lens, 19, _codes, false)) {
       return false;
     }
     unsigned char lengths[320] = {0};
     unsigned have = 0;
     while (have < nlen + ndist) {
       unsigned symbol;
-      if (!Decode(_codes, kCodeTableBits, &symbol)) {
+      if (!Decode(_codes, &symbol)) {
         return false;
       }
       if (symbol < 16) {
@@ -362,14 +404,14 @@ class DeflateWalk {
     if (lengths[256] == 0) {
       return false;
     }
-    if (!Build(lengths, nlen, _literals.entry, kTableBits, false) ||
-        !Build(lengths + nlen, ndist, _distances.entry, kTableBits, true)) {
+    if (!Build(lengths, nlen, _literals, false) ||
+        !Build(lengths + nlen, ndist, _distances, true)) {
       return false;
     }
-    return Coded(_literals.entry, _distances.entry);
+    return Coded(_literals, _distances);
   }
 
-  bool Coded(const uint32_t* literals, const uint32_t* distances) {
+  bool Coded(const Table& literals, const Table& distances) {
     static const unsigned short kLengthBase[29] = {
         3,  4,  5,  6,  7,  8,  9,  10, 11,  13,  15,  17,  19,  23, 27,
         31, 35, 43, 51, 59, 67, 83, 99, 115, 131, 163, 195, 227, 258};
@@ -385,7 +427,55 @@ class DeflateWalk {
         6, 7, 7, 8, 8, 9, 9, 10, 10, 11, 11, 12, 12, 13, 13};
     for (;;) {
       unsigned symbol;
-      if (!Decode(literals, kTableBits, &symbol)) {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+      // While eight bytes remain, one refill covers a whole symbol with its
+      // distance (at most 48 bits), so the common short codes need no
+      // checks; long codes and the last bytes take the careful way below.
+      if (_n - _pos >= 8) {
+        Fill();
+        uint32_t entry =
+            literals.root[static_cast<size_t>(_bits) & (kRootSize - 1)];
+        unsigned len = entry >> 16;
+        if (len != 0) {
+          _bits >>= len;
+          _count -= len;
+          symbol = entry & 0xFFFF;
+          if (symbol < 256) {
+            _produced++;
+            continue;
+          }
+          if (symbol == 256) {
+            return true;
+          }
+          symbol -= 257;
+          if (symbol >= 29) {
+            return false;
+          }
+          unsigned extra = kLengthExtra[symbol];
+          unsigned length = kLengthBase[symbol] + Take(extra);
+          entry = distances.root[static_cast<size_t>(_bits) & (kRootSize - 1)];
+          len = entry >> 16;
+          if (len != 0) {
+            _bits >>= len;
+            _count -= len;
+            symbol = entry & 0xFFFF;
+          } else if (!Decode(distances, &symbol)) {
+            return false;
+          }
+          if (symbol >= 30 || !Need(kDistanceExtra[symbol])) {
+            return false;
+          }
+          unsigned distance =
+              kDistanceBase[symbol] + Take(kDistanceExtra[symbol]);
+          if (distance > _produced) {
+            return false;
+          }
+          _produced += length;
+          continue;
+        }
+      }
+#endif
+      if (!Decode(literals, &symbol)) {
         return false;
       }
       if (symbol < 256) {
@@ -400,7 +490,7 @@ class DeflateWalk {
         return false;
       }
       unsigned length = kLengthBase[symbol] + Take(kLengthExtra[symbol]);
-      if (!Decode(distances, kTableBits, &symbol) || symbol >= 30 ||
+      if (!Decode(distances, &symbol) || symbol >= 30 ||
           !Need(kDistanceExtra[symbol])) {
         return false;
       }
@@ -418,7 +508,7 @@ class DeflateWalk {
   uint64_t _bits;
   unsigned _count;
   uint64_t _produced;
-  uint32_t _codes[size_t{1} << kCodeTableBits];
+  Table _codes;
   Table _literals;
   Table _distances;
 };
