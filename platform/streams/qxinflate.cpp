@@ -38,8 +38,6 @@ const unsigned char kReserved = 0xE0;
 const size_t kTrailer = 8;
 // ISA-L counts in 32 bits: input and output are offered in pieces no larger.
 const size_t kMaxPiece = size_t{1} << 30;
-// The first output piece; later ones grow with the output so far.
-const size_t kFirstPiece = size_t{1} << 16;
 
 // The length of the member header at the start of in (n bytes) when the
 // gzip input accepts it by the same rules (magic, method 8, no reserved
