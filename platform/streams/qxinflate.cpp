@@ -518,7 +518,7 @@ uint32_t LittleEndian32(const unsigned char* p) {
 }
 
 // One ISA-L state and one walk per thread, reused for every member: about
-// 350 KiB that need not be allocated per call.
+// 100 KiB that need not be allocated per call.
 struct Decoders {
   inflate_state isal;
   DeflateWalk walk;
