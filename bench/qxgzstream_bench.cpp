@@ -19,9 +19,12 @@
 #include <isa-l/igzip_lib.h>
 #endif
 
+#include "bench_text.h"
 #include <QXPlatform/QXPlatform.h>
 
 namespace {
+
+using qxbench::MakeText;
 
 using QXPlatform::QXCloseIStream;
 using QXPlatform::QXCloseOStream;
@@ -33,27 +36,6 @@ using QXPlatform::qxostream;
 const unsigned long kPiece = 32 * 1024;
 const size_t kBigText = 256ul << 20;
 const size_t kWriteText = 32ul << 20;
-
-// Text with the repetition of a log or a table of numbers.
-std::string MakeText(size_t n, unsigned seed) {
-  static const char* const kWords[] = {
-      "alpha", "beta",   "gamma",  "delta", "sample", "value", "stream",
-      "0.125", "42",     "-7",     "north", "south",  "total", "count",
-      "error", "result", "thread", "1e-3",  "ok",     "9999",  "name"};
-  std::mt19937 gen(seed);
-  std::string out;
-  out.reserve(n + 16);
-  while (out.size() < n) {
-    out += kWords[gen() % (sizeof kWords / sizeof kWords[0])];
-    unsigned r = gen() % 23;
-    out.push_back(r == 0 ? '\n' : r == 1 ? '\t' : ' ');
-    if (r == 2) {
-      out += std::to_string(gen() % 100000);
-    }
-  }
-  out.resize(n);
-  return out;
-}
 
 const char* TempDir() {
   const char* dir = getenv("TMPDIR");

@@ -19,8 +19,8 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include "fuzz_messages.h"
 #include "fuzz_streams.h"
-#include "fuzz_support.h"
 #include <QXPlatform/binary/qxbinary.h>
 #include <QXPlatform/streams/qxsstream.h>
 #include <QXPlatform/streams/qxstdstream.h>
@@ -37,32 +37,6 @@ using QXPlatform::QX_io_write_binary;
 using QXPlatform::QX_io_write_binary_compressed;
 using QXPlatform::qxistream;
 using QXPlatform::qxosstream;
-
-// qxerr goes to a file so that its lines can be checked after each input.
-int MessageFile() {
-  static const int fd = [] {
-    qxfuzz::EnterScratch();
-    int made = open("messages", O_RDWR | O_CREAT | O_TRUNC | O_APPEND, 0600);
-    Check(made >= 0);
-    Check(QXPlatform::qxerr.openfd(made, false));
-    return made;
-  }();
-  return fd;
-}
-
-// The text written to qxerr since the last call.
-std::string TakeMessages(int fd) {
-  QXPlatform::qxerr.flush();
-  std::string text;
-  char piece[4096];
-  long got;
-  lseek(fd, 0, SEEK_SET);
-  while ((got = read(fd, piece, sizeof piece)) > 0) {
-    text.append(piece, static_cast<size_t>(got));
-  }
-  Check(ftruncate(fd, 0) == 0);
-  return text;
-}
 
 // Packed size: one byte more than the whole bytes of count * bits, the
 // product taken in 32 bits.
@@ -115,7 +89,7 @@ class Reader {
     Check(fromBuffer == fromStream);
     _at += need;
     Check(_stream.tell() == _at);
-    std::string messages = TakeMessages(_fd);
+    std::string messages = qxfuzz::TakeQxerr(_fd);
     if (!defined) {
       // One report from each form.
       std::string line =
@@ -288,8 +262,8 @@ class Reader {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  int fd = MessageFile();
-  TakeMessages(fd);
+  int fd = qxfuzz::QxerrFile();
+  qxfuzz::TakeQxerr(fd);
   FuzzedDataProvider provider(data, size);
   std::vector<size_t> spans;
   size_t spanCount = provider.ConsumeIntegralInRange<size_t>(1, 4);
@@ -334,6 +308,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     memcpy(values.data(), image.data(), values.size() * 4);
   }
   Reader::RoundTrip(values, quantBits);
-  Check(TakeMessages(fd).empty());
+  Check(qxfuzz::TakeQxerr(fd).empty());
   return 0;
 }

@@ -7,11 +7,9 @@
 // whose trailer holds the CRC-32 of what ISA-L makes of them: the streams
 // where ISA-L and zlib disagree most.
 
-#include <fcntl.h>
 #include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <memory>
 #include <string>
@@ -23,39 +21,25 @@
 #include <isa-l/igzip_lib.h>
 #endif
 
+#include "fuzz_gzip.h"
+#include "fuzz_messages.h"
 #include "fuzz_streams.h"
-#include "fuzz_support.h"
 #include <QXPlatform/streams/qxcompress.h>
 #include <QXPlatform/streams/qxgzstream.h>
 #include <QXPlatform/streams/qxinflate_private.h>
 #include <QXPlatform/streams/qxsstream.h>
-#include <QXPlatform/streams/qxstdstream.h>
 
 namespace {
 
 using qxfuzz::Check;
 using qxfuzz::ChoppedStream;
+using qxfuzz::TakeQxerr;
+using qxfuzz::ZlibGzip;
 
 using QXPlatform::qxigzstream;
 using QXPlatform::QXInflateEngine;
 using QXPlatform::qxisstream;
 using QXPlatform::qxistream;
-
-std::string ZlibGzip(const std::string& payload, int level) {
-  z_stream z;
-  memset(&z, 0, sizeof z);
-  Check(deflateInit2(&z, level, Z_DEFLATED, 16 + MAX_WBITS, 8,
-                     Z_DEFAULT_STRATEGY) == Z_OK);
-  std::string out(deflateBound(&z, payload.size()) + 32, '\0');
-  z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(payload.data()));
-  z.avail_in = static_cast<uInt>(payload.size());
-  z.next_out = reinterpret_cast<Bytef*>(&out[0]);
-  z.avail_out = static_cast<uInt>(out.size());
-  Check(deflate(&z, Z_FINISH) == Z_STREAM_END);
-  out.resize(z.total_out);
-  deflateEnd(&z);
-  return out;
-}
 
 // What ISA-L makes of a raw deflate body, as far as it gets (zlib's
 // reading when the library is built without ISA-L).
@@ -94,31 +78,6 @@ std::string LittleEndian32(uint32_t v) {
   return out;
 }
 
-int MessageFile() {
-  static const int fd = [] {
-    qxfuzz::EnterScratch();
-    int made = open("messages", O_RDWR | O_CREAT | O_TRUNC | O_APPEND, 0600);
-    Check(made >= 0);
-    Check(QXPlatform::qxerr.openfd(made, false));
-    return made;
-  }();
-  return fd;
-}
-
-// What qxerr received since the last call; the file is emptied.
-std::string TakeMessages(int fd) {
-  QXPlatform::qxerr.flush();
-  std::string text;
-  char piece[4096];
-  long got;
-  lseek(fd, 0, SEEK_SET);
-  while ((got = read(fd, piece, sizeof piece)) > 0) {
-    text.append(piece, static_cast<size_t>(got));
-  }
-  Check(ftruncate(fd, 0) == 0);
-  return text;
-}
-
 // Reaches the fill hook, so that every step can be recorded.
 class SteppedGzip : public qxigzstream {
  public:
@@ -152,7 +111,7 @@ std::string Observe(const std::string& input, const Plan& plan, int fd) {
   std::string seen;
   std::string out = "kept";
   bool ok = QXPlatform::QXUncompress(out, input, "gz");
-  seen += std::string(ok ? "ok " : "no ") + out + "|" + TakeMessages(fd);
+  seen += std::string(ok ? "ok " : "no ") + out + "|" + TakeQxerr(fd);
 
   for (int inner = 0; inner < 2; ++inner) {
     qxisstream memory(input.data(), input.size(), false);
@@ -166,7 +125,7 @@ std::string Observe(const std::string& input, const Plan& plan, int fd) {
       seen += std::to_string(gz.tell()) + " " + (gz.eof() ? "e" : "-");
       seen += " " + std::to_string(gz.error()) + gz.errortext();
     }
-    seen += "|" + TakeMessages(fd);
+    seen += "|" + TakeQxerr(fd);
   }
 
   qxisstream source(input.data(), input.size(), false);
@@ -182,15 +141,15 @@ std::string Observe(const std::string& input, const Plan& plan, int fd) {
     seen += std::string("|") + (moved ? "s" : "f") + std::to_string(gz.tell()) +
             (gz.eof() ? "e" : "-") + got;
   }
-  seen += "|" + std::to_string(gz.error()) + gz.errortext() + "|" +
-          TakeMessages(fd);
+  seen +=
+      "|" + std::to_string(gz.error()) + gz.errortext() + "|" + TakeQxerr(fd);
   return seen;
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  int fd = MessageFile();
+  int fd = qxfuzz::QxerrFile();
   FuzzedDataProvider provider(data, size);
   int shape = provider.ConsumeIntegralInRange<int>(0, 6);
   size_t where = provider.ConsumeIntegral<uint16_t>();

@@ -19,8 +19,9 @@
 #include <fuzzer/FuzzedDataProvider.h>
 #include <zlib.h>
 
+#include "fuzz_gzip.h"
+#include "fuzz_messages.h"
 #include "fuzz_streams.h"
-#include "fuzz_support.h"
 #include <QXPlatform/streams/qxcompress.h>
 #include <QXPlatform/streams/qxgzstream.h>
 #include <QXPlatform/streams/qxsstream.h>
@@ -30,6 +31,7 @@ namespace {
 
 using qxfuzz::Check;
 using qxfuzz::ChoppedStream;
+using qxfuzz::ZlibGzip;
 
 using QXPlatform::qxigzstream;
 using QXPlatform::qxisstream;
@@ -72,47 +74,9 @@ bool ZlibGunzip(const std::string& gz, std::string* out) {
   return ok;
 }
 
-// A single gzip member of payload made by zlib.
-std::string ZlibGzip(const std::string& payload, int level) {
-  z_stream z;
-  memset(&z, 0, sizeof z);
-  Check(deflateInit2(&z, level, Z_DEFLATED, 16 + MAX_WBITS, 8,
-                     Z_DEFAULT_STRATEGY) == Z_OK);
-  std::string out(deflateBound(&z, payload.size()) + 32, '\0');
-  z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(payload.data()));
-  z.avail_in = static_cast<uInt>(payload.size());
-  z.next_out = reinterpret_cast<Bytef*>(&out[0]);
-  z.avail_out = static_cast<uInt>(out.size());
-  Check(deflate(&z, Z_FINISH) == Z_STREAM_END);
-  out.resize(z.total_out);
-  deflateEnd(&z);
-  return out;
-}
-
-// qxerr goes to a file in the scratch directory, so that its messages can be
-// checked after every input.
-int MessageFile() {
-  static const int fd = [] {
-    qxfuzz::EnterScratch();
-    int made = open("messages", O_RDWR | O_CREAT | O_TRUNC | O_APPEND, 0600);
-    Check(made >= 0);
-    Check(QXPlatform::qxerr.openfd(made, false));
-    return made;
-  }();
-  return fd;
-}
-
 // Every line on qxerr must be one of the documented gzip messages.
 void CheckMessages(int fd) {
-  QXPlatform::qxerr.flush();
-  std::string text;
-  char piece[4096];
-  long got;
-  lseek(fd, 0, SEEK_SET);
-  while ((got = read(fd, piece, sizeof piece)) > 0) {
-    text.append(piece, static_cast<size_t>(got));
-  }
-  Check(ftruncate(fd, 0) == 0);
+  std::string text = qxfuzz::TakeQxerr(fd);
   static const char* const kAllowed[] = {"qxigzstream fill error",
                                          "qxigzstream init error",
                                          "qxigzstream clear error"};
@@ -143,7 +107,7 @@ std::string ReadAll(qxistream& in) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  int messages = MessageFile();
+  int messages = qxfuzz::QxerrFile();
   FuzzedDataProvider provider(data, size);
   int shape = provider.ConsumeIntegralInRange<int>(0, 4);
   size_t where = provider.ConsumeIntegral<uint16_t>();

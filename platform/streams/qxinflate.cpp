@@ -87,9 +87,9 @@ size_t HeaderLength(const unsigned char* in, size_t n) {
 // length codes) and would decode them; zlib ends with an error instead. So
 // ISA-L's output is used only for streams this walk accepts. The walk is
 // stricter than zlib where that is simpler (a code length code with no
-// codes, a dynamic block with a single one-bit literal code): such streams
-// merely go the zlib way. It also finds where the stream ends, counted as
-// zlib counts it, and how many bytes it unpacks to.
+// codes, a literal/length code whose only code is one bit long): such
+// streams merely go the zlib way. It also finds where the stream ends, counted
+// as zlib counts it, and how many bytes it unpacks to.
 class DeflateWalk {
  public:
   // True when zlib would unpack the whole raw deflate stream at in (n bytes)
@@ -146,14 +146,10 @@ class DeflateWalk {
 
   // Refills the bit buffer; false when fewer than n bits remain in all.
   bool Need(unsigned n) {
-    while (_count < n) {
-      if (_pos == _n) {
-        return false;
-      }
-      _bits |= static_cast<uint64_t>(_in[_pos++]) << _count;
-      _count += 8;
+    if (_count < n) {
+      Fill();
     }
-    return true;
+    return _count >= n;
   }
 
   // Tops the bit buffer up to at least 56 bits while the input lasts. Bits
@@ -189,9 +185,8 @@ class DeflateWalk {
 
   // Builds the table of the canonical code with the given lengths, by
   // zlib's rules: an over-subscribed set is refused, an incomplete one too
-  // unless allowIncomplete and its only code is one bit long. A set with no
-  // codes at all is refused (zlib would fail only on first use; the walk
-  // need not be so fine).
+  // unless allowIncomplete and its only code is one bit long, and a set with
+  // no codes at all is taken only when allowIncomplete (distances).
   static bool Build(const unsigned char* lens, unsigned n, Table& table,
                     bool allowIncomplete) {
     unsigned short* count = table.count;
@@ -204,7 +199,10 @@ class DeflateWalk {
       --max;
     }
     if (max == 0) {
-      return false;
+      // No codes at all: zlib takes such a distance set and fails only when
+      // a distance is met, as the empty table here does.
+      memset(table.root, 0, sizeof table.root);
+      return allowIncomplete;
     }
     int left = 1;
     for (unsigned len = 1; len <= 15; ++len) {
@@ -280,7 +278,10 @@ class DeflateWalk {
   // The next code by table; false when no code starts there or the input
   // ends inside it.
   bool Decode(const Table& table, unsigned* symbol) {
-    Fill();
+    // A refill covers several codes: the longest is 15 bits.
+    if (_count < 15) {
+      Fill();
+    }
     uint32_t entry =
         table.root[static_cast<size_t>(_bits) & ((size_t{1} << kRootBits) - 1)];
     unsigned len = entry >> 16;
@@ -425,54 +426,6 @@ class DeflateWalk {
         6, 7, 7, 8, 8, 9, 9, 10, 10, 11, 11, 12, 12, 13, 13};
     for (;;) {
       unsigned symbol;
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-      // While eight bytes remain, one refill covers a whole symbol with its
-      // distance (at most 48 bits), so the common short codes need no
-      // checks; long codes and the last bytes take the careful way below.
-      if (_n - _pos >= 8) {
-        Fill();
-        uint32_t entry =
-            literals.root[static_cast<size_t>(_bits) & (kRootSize - 1)];
-        unsigned len = entry >> 16;
-        if (len != 0) {
-          _bits >>= len;
-          _count -= len;
-          symbol = entry & 0xFFFF;
-          if (symbol < 256) {
-            _produced++;
-            continue;
-          }
-          if (symbol == 256) {
-            return true;
-          }
-          symbol -= 257;
-          if (symbol >= 29) {
-            return false;
-          }
-          unsigned extra = kLengthExtra[symbol];
-          unsigned length = kLengthBase[symbol] + Take(extra);
-          entry = distances.root[static_cast<size_t>(_bits) & (kRootSize - 1)];
-          len = entry >> 16;
-          if (len != 0) {
-            _bits >>= len;
-            _count -= len;
-            symbol = entry & 0xFFFF;
-          } else if (!Decode(distances, &symbol)) {
-            return false;
-          }
-          if (symbol >= 30 || !Need(kDistanceExtra[symbol])) {
-            return false;
-          }
-          unsigned distance =
-              kDistanceBase[symbol] + Take(kDistanceExtra[symbol]);
-          if (distance > _produced) {
-            return false;
-          }
-          _produced += length;
-          continue;
-        }
-      }
-#endif
       if (!Decode(literals, &symbol)) {
         return false;
       }
