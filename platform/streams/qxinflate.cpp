@@ -544,9 +544,11 @@ bool IsalGunzipWholeMembers(const unsigned char* in, size_t n,
       uint32_t crc = crc32_gzip_refl(
           0, reinterpret_cast<const unsigned char*>(out.data()) + start,
           out.size() - start);
-      // Deliberate: the stored length is not compared, as the stream does
-      // not compare it.
-      ok = crc == LittleEndian32(in + at);
+      // A wrong stored length only marks the stream's failure status: the
+      // zlib path records it.
+      ok = crc == LittleEndian32(in + at) &&
+           LittleEndian32(in + at + 4) ==
+               static_cast<uint32_t>(out.size() - start);
       at += kTrailer;
     }
     if (!ok) {

@@ -30,10 +30,10 @@ QXPLATFORM_EXPORT QXInflateEngine QXInternalInflateEngine();
 
 // With ISA-L in effect: when data (len bytes) is one or more whole gzip
 // members, each with a header the gzip input accepts, a deflate stream that
-// decodes without complaint and a stored CRC-32 that matches, and nothing
-// follows the last member, appends the payloads to out and returns true.
-// In every other case, and always with zlib in effect, returns false and out
-// is as it was: the caller then decodes with the zlib path, whose results
+// decodes without complaint and a stored CRC-32 and length that match, and
+// nothing follows the last member, appends the payloads to out and returns
+// true. In every other case, and always with zlib in effect, returns false and
+// out is as it was: the caller then decodes with the zlib path, whose results
 // on such input are the reference. Any thread; each thread keeps one decoder
 // state of about 100 KiB.
 QXPLATFORM_EXPORT bool QXInternalGunzipWholeMembers(const char* data,

@@ -233,6 +233,8 @@ TEST(QXInflateTest, AnythingButWholeValidMembersIsLeftToTheStream) {
   std::string member = MakeMember(SampleText(3000, 3));
   std::string badCrc = member;
   badCrc[badCrc.size() - 8] ^= 1;
+  std::string badLength = member;
+  badLength[badLength.size() - 4] ^= 1;
   std::string reserved = member;
   reserved[3] = 0x20;
   std::string method = member;
