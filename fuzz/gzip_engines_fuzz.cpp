@@ -110,8 +110,13 @@ struct Plan {
 std::string Observe(const std::string& input, const Plan& plan, int fd) {
   std::string seen;
   std::string out = "kept";
-  bool ok = QXPlatform::QXUncompress(out, input, "gz");
-  seen += std::string(ok ? "ok " : "no ") + out + "|" + TakeQxerr(fd);
+  int error = -1;
+  bool ok = QXPlatform::QXUncompress(out, input, "gz", &error);
+  seen += std::string(ok ? "ok " : "no ") + std::to_string(error) + " " + out +
+          "|" + TakeQxerr(fd);
+  std::string plain;
+  ok = QXPlatform::QXUncompress(plain, input, "gz");
+  seen += std::string(ok ? "ok " : "no ") + plain + "|" + TakeQxerr(fd);
 
   for (int inner = 0; inner < 2; ++inner) {
     qxisstream memory(input.data(), input.size(), false);

@@ -139,7 +139,7 @@ class DeflateWalk {
   static const size_t kRootSize = size_t{1} << kRootBits;
 
   struct Table {
-    uint32_t root[size_t{1} << kRootBits];
+    uint32_t root[kRootSize];
     unsigned short count[16];
     unsigned short symbol[320];
   };
@@ -243,8 +243,7 @@ class DeflateWalk {
         reversed = (reversed << 1) | ((c >> i) & 1);
       }
       uint32_t entry = sym | (len << 16);
-      for (size_t at = reversed; at < (size_t{1} << kRootBits);
-           at += size_t{1} << len) {
+      for (size_t at = reversed; at < kRootSize; at += size_t{1} << len) {
         table.root[at] = entry;
       }
     }
@@ -282,8 +281,7 @@ class DeflateWalk {
     if (_count < 15) {
       Fill();
     }
-    uint32_t entry =
-        table.root[static_cast<size_t>(_bits) & ((size_t{1} << kRootBits) - 1)];
+    uint32_t entry = table.root[static_cast<size_t>(_bits) & (kRootSize - 1)];
     unsigned len = entry >> 16;
     if (len != 0) {
       if (len > _count) {

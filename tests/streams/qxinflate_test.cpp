@@ -1,4 +1,5 @@
 #include <dirent.h>
+#include <errno.h>
 #include <stdio.h>
 #include <sys/stat.h>
 
@@ -29,6 +30,7 @@ using testing::SampleText;
 // What a call of QXUncompress leaves behind: result, bytes and messages.
 struct Outcome {
   bool ok;
+  int error;
   std::string out;
   std::string messages;
 };
@@ -39,7 +41,8 @@ Outcome UncompressWith(QXInflateEngine engine, const std::string& gz) {
   Outcome o;
   o.out = "kept";
   CaptureFd err(2);
-  o.ok = QXUncompress(o.out, gz, "gz");
+  o.error = -1;
+  o.ok = QXUncompress(o.out, gz, "gz", &o.error);
   o.messages = err.Finish();
   QXInternalSelectInflateEngine(old);
   return o;
@@ -50,6 +53,7 @@ Outcome UncompressBoth(const std::string& gz) {
   Outcome zlib = UncompressWith(QXInflateEngine::kZlib, gz);
   Outcome isal = UncompressWith(QXInflateEngine::kIsal, gz);
   EXPECT_EQ(isal.ok, zlib.ok);
+  EXPECT_EQ(isal.error, zlib.error);
   EXPECT_EQ(isal.out, zlib.out);
   EXPECT_EQ(isal.messages, zlib.messages);
   return zlib;
@@ -285,6 +289,7 @@ TEST(QXInflateTest, CodeSetsZlibRefusesGiveZlibsResult) {
     EXPECT_EQ(out, "kept");
     Outcome o = UncompressBoth(gz);
     EXPECT_TRUE(o.ok);
+    EXPECT_EQ(o.error, EBADMSG);
     EXPECT_EQ(o.out, "kept");
     EXPECT_EQ(o.messages, c.message);
   }
@@ -294,6 +299,7 @@ TEST(QXInflateTest, CodeSetsZlibRefusesGiveZlibsResult) {
     std::string good =
         MemberAround(DynamicBlock(CompleteCodeLens(), lit, dist, text), text);
     Outcome o = UncompressBoth(good);
+    EXPECT_EQ(o.error, 0);
     EXPECT_EQ(o.out, "kept" + text);
     EXPECT_EQ(o.messages, "");
     if (QXInternalIsalBuiltIn()) {
@@ -358,6 +364,7 @@ TEST(QXInflateTest, DocumentationFilesReadAsGzipGivesThem) {
         << path;
     Outcome o = UncompressBoth(gz);
     EXPECT_TRUE(o.ok) << path;
+    EXPECT_EQ(o.error, 0) << path;
     EXPECT_EQ(o.out, "kept" + expected) << path;
     EXPECT_EQ(o.messages, "") << path;
     std::string out;
