@@ -41,9 +41,9 @@ unsigned long PackedSize(unsigned int n, unsigned int count) {
   return static_cast<unsigned long>(bits / 8) + 1;
 }
 
-// The bytes the values really occupy: the same rule without the wrap, so
-// that past 2^32 bits every value is still written and read at its own bit
-// position. Equal to PackedSize below 2^32 bits.
+// Deliberate: past 2^32 bits the image is this size, not PackedSize, so that
+// every value is written and read at its own bit position instead of being
+// dropped. Equal to PackedSize below 2^32 bits.
 size_t ImageSize(unsigned int n, unsigned int count) {
   return static_cast<size_t>(static_cast<uint64_t>(count) * n / 8) + 1;
 }
