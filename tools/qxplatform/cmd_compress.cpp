@@ -19,7 +19,7 @@ namespace {
 
 void PrintCompressHelp(FILE* to) {
   fputs(
-      "usage: qxplatform compress -m gz|zstd [-f] [IN [OUT]]\n"
+      "usage: qxplatform compress -m gz|zstd [IN [OUT]]\n"
       "\n"
       "Compresses all of IN (standard input when absent or '-') as one gzip\n"
       "member or one zstd frame and writes it to OUT (standard output when\n"
