@@ -34,6 +34,29 @@ QXPLATFORM_EXPORT void QXCloseIStream(qxistream* s);
 // Closes s (flushing it; a gzip stream writes its trailer) and disposes of
 // it as QXCloseIStream does. Null is ignored. Any thread.
 QXPLATFORM_EXPORT void QXCloseOStream(qxostream* s);
+
+// Deleters that give a stream back with QXCloseIStream or QXCloseOStream.
+struct QXIStreamCloser {
+  void operator()(qxistream* s) const { QXCloseIStream(s); }
+};
+struct QXOStreamCloser {
+  void operator()(qxostream* s) const { QXCloseOStream(s); }
+};
+
+// Streams from the manager that close themselves when the handle goes out of
+// scope (or is reset); release() hands the pointer back to manual closing.
+// The size of one pointer. A handle is moved, never copied; one thread uses
+// it at a time.
+typedef std::unique_ptr<qxistream, QXIStreamCloser> QXIStreamHandle;
+typedef std::unique_ptr<qxostream, QXOStreamCloser> QXOStreamHandle;
+
+// QXOpenIStream(name) in a handle: empty when nothing could be opened. Any
+// thread.
+QXPLATFORM_EXPORT QXIStreamHandle QXOpenIStreamHandle(const char* name);
+// QXOpenOStream(name) in a handle: empty when nothing could be opened. The
+// handle's close flushes (a gzip stream writes its trailer) but cannot say
+// whether that worked: call flush() first when it matters. Any thread.
+QXPLATFORM_EXPORT QXOStreamHandle QXOpenOStreamHandle(const char* name);
 // Registers open and close for names whose part before the first ':' is
 // prefix (a name without ':' is its own prefix), replacing an earlier pair.
 // True. Handlers cannot be removed. Any thread.
