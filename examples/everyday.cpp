@@ -1,5 +1,8 @@
 // What a new user reaches for first: stream handles that close themselves,
-// one word at a time, numbers that read back exactly, the widest integers.
+// one word at a time, numbers that read back exactly, the widest integers,
+// paths, directory walks and functions on threads.
+
+#include <string.h>
 
 #include <string>
 
@@ -52,6 +55,53 @@ int main() {
   Check(name.empty(), "no word at the end");
   in.reset();
 
+  // QXPathJoin keeps the root and never doubles a separator.
+  Check(QXPathJoin("/", "usr") == "/usr", "root kept");
+  Check(QXPathJoin(dir + "/", "/sub") == dir + "/sub", "one separator");
+
+  // A walk over the tree: each entry's type comes from the directory
+  // itself; the visitor may skip a subtree or stop, and errors arrive as
+  // reports (error != 0) while the walk goes on.
+  QXCreateDirectory(QXPathJoin(dir, "sub").c_str());
+  QXCreateDirectory(QXPathJoin(dir, "sub/skipped").c_str());
+  int files = 0;
+  int directories = 0;
+  bool whole = QXWalkDirectory(
+      dir,
+      [&](const QXWalkEntry& entry) {
+        if (entry.error != 0) {
+          qxerr << entry.path << ": " << strerror(entry.error) << qxendl;
+          return QXWalkAction::kContinue;
+        }
+        files += entry.type == QXEntryType::kFile;
+        directories += entry.type == QXEntryType::kDirectory;
+        return std::string(entry.name) == "sub" ? QXWalkAction::kSkip
+                                                : QXWalkAction::kContinue;
+      },
+      QXWalkOptions());
+  Check(whole && files == 1 && directories == 1, "walk");
+
+  // A function on a thread of its own; the handle waits for it when it goes
+  // (or on Join). A Java VM handed over with QXSetJavaVM is attached.
+  long long sum = 0;
+  {
+    QXThreadHandle worker = QXRunThread([&sum] {
+      for (int i = 1; i <= 100; ++i) {
+        sum += i;
+      }
+    });
+  }
+  Check(sum == 5050, "thread function");
+
+  // A timed wait: false when the time ran out.
+  QXCondition condition;
+  condition.Acquire();
+  Check(!condition.Wait(10ul), "timed out");
+  condition.Release();
+
+  Check(QXUnlinkDirectory(QXPathJoin(dir, "sub/skipped").c_str()) &&
+            QXUnlinkDirectory(QXPathJoin(dir, "sub").c_str()),
+        "clean up the tree");
   Check(QXFileDelete(path) && QXUnlinkDirectory(dir.c_str()), "clean up");
   if (failures != 0) {
     return 1;
