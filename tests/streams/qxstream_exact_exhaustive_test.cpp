@@ -60,12 +60,12 @@ uint64_t CheckBatches(uint64_t batches, Next next, std::string* firstBad) {
 
 TEST(qxexactExhaustiveTest, EveryFloatReadsBack) {
   const uint64_t kAll = 1ull << 32;
-  const uint64_t kHalfBatches = kAll / kBatch / 2;
+  uint64_t halfBatches = kAll / kBatch / 2;
   uint64_t bad[2] = {0, 0};
   std::string firstBad[2];
   std::vector<std::thread> threads;
   for (int t = 0; t < 2; ++t) {
-    threads.emplace_back([t, &bad, &firstBad, kHalfBatches] {
+    threads.emplace_back([t, &bad, &firstBad, halfBatches] {
       uint32_t bits = static_cast<uint32_t>(t) << 31;
       auto next = [&bits] {
         float value;
@@ -73,7 +73,7 @@ TEST(qxexactExhaustiveTest, EveryFloatReadsBack) {
         ++bits;
         return value;
       };
-      bad[t] = CheckBatches<float>(kHalfBatches, next, &firstBad[t]);
+      bad[t] = CheckBatches<float>(halfBatches, next, &firstBad[t]);
     });
   }
   for (std::thread& thread : threads) {
@@ -85,12 +85,12 @@ TEST(qxexactExhaustiveTest, EveryFloatReadsBack) {
 
 TEST(qxexactExhaustiveTest, HundredMillionRandomDoublesReadBack) {
   const uint64_t kCount = 100000000;
-  const uint64_t kHalfBatches = (kCount + 2 * kBatch - 1) / kBatch / 2;
+  uint64_t halfBatches = (kCount + 2 * kBatch - 1) / kBatch / 2;
   uint64_t bad[2] = {0, 0};
   std::string firstBad[2];
   std::vector<std::thread> threads;
   for (int t = 0; t < 2; ++t) {
-    threads.emplace_back([t, &bad, &firstBad, kHalfBatches] {
+    threads.emplace_back([t, &bad, &firstBad, halfBatches] {
       std::mt19937_64 random(2026 + static_cast<unsigned>(t));
       auto next = [&random] {
         uint64_t bits = random();
@@ -98,7 +98,7 @@ TEST(qxexactExhaustiveTest, HundredMillionRandomDoublesReadBack) {
         std::memcpy(&value, &bits, sizeof value);
         return value;
       };
-      bad[t] = CheckBatches<double>(kHalfBatches, next, &firstBad[t]);
+      bad[t] = CheckBatches<double>(halfBatches, next, &firstBad[t]);
     });
   }
   for (std::thread& thread : threads) {

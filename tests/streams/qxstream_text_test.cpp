@@ -17,6 +17,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/qxtest_support.h"
 #include <QXPlatform/QXPlatform.h>
 
 namespace QXPlatform {
@@ -276,7 +277,8 @@ TEST(qxexactTest, PythonReadsTheDecimalFormsBack) {
     }
     values.push_back(value);
   }
-  std::string path = ::testing::TempDir() + "qxexact_check.py";
+  testing::ScratchDir scratch;
+  std::string path = scratch.File("qxexact_check.py");
   FILE* file = fopen(path.c_str(), "w");
   ASSERT_NE(file, nullptr);
   fputs("import struct, sys\nbad = 0\n", file);
@@ -297,7 +299,6 @@ TEST(qxexactTest, PythonReadsTheDecimalFormsBack) {
   ASSERT_NE(fgets(line, sizeof line, pipe), nullptr);
   EXPECT_EQ(pclose(pipe), 0);
   EXPECT_STREQ(line, "0\n");
-  remove(path.c_str());
 }
 
 TEST(qxostreamTest, WidestIntegersAreWrittenAsPlainDecimals) {
@@ -377,7 +378,8 @@ TEST(qxistreamTest, LongLongIgnoresALeftOverRangeError) {
 }
 
 TEST(QXStreamHandleTest, HandlesCloseTheirStreams) {
-  std::string path = ::testing::TempDir() + "qxhandle_test.txt";
+  testing::ScratchDir scratch;
+  std::string path = scratch.File("handle.txt");
   {
     QXOStreamHandle out = QXOpenOStreamHandle(path.c_str());
     ASSERT_TRUE(out);
@@ -395,14 +397,14 @@ TEST(QXStreamHandleTest, HandlesCloseTheirStreams) {
     *in >> number;
     EXPECT_EQ(number, 12345678901234LL);
   }
-  remove(path.c_str());
   EXPECT_FALSE(QXOpenIStreamHandle((path + ".missing/x").c_str()));
   static_assert(sizeof(QXIStreamHandle) == sizeof(void*),
                 "a handle is one pointer");
 }
 
 TEST(QXStreamHandleTest, ReleaseHandsTheStreamBack) {
-  std::string path = ::testing::TempDir() + "qxhandle_release.txt";
+  testing::ScratchDir scratch;
+  std::string path = scratch.File("release.txt");
   QXOStreamHandle out = QXOpenOStreamHandle(path.c_str());
   ASSERT_TRUE(out);
   qxostream* raw = out.release();
@@ -416,7 +418,6 @@ TEST(QXStreamHandleTest, ReleaseHandsTheStreamBack) {
   EXPECT_EQ(all, "kept");
   in.reset();
   EXPECT_FALSE(in);
-  remove(path.c_str());
 }
 
 }  // namespace
