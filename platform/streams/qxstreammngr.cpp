@@ -153,11 +153,13 @@ qxostream* QXStreamManager::OpenOStream(const char* name) {
   return s;
 }
 
-void QXStreamManager::CloseIStream(qxistream* s) {
+int QXStreamManager::CloseIStream(qxistream* s) {
   if (s == nullptr) {
-    return;
+    return 0;
   }
   s->close();
+  // Asked before the stream is disposed of; closing keeps the status.
+  int error = s->error();
   std::lock_guard<std::mutex> lock(_private->inputLock);
   // Deliberate: the entry stays after closing; a later stream at the same
   // address from a handler overwrites it.
@@ -167,13 +169,15 @@ void QXStreamManager::CloseIStream(qxistream* s) {
   } else {
     delete s;
   }
+  return error;
 }
 
-void QXStreamManager::CloseOStream(qxostream* s) {
+int QXStreamManager::CloseOStream(qxostream* s) {
   if (s == nullptr) {
-    return;
+    return 0;
   }
   s->close();
+  int error = s->error();
   std::lock_guard<std::mutex> lock(_private->outputLock);
   auto closer = _private->outputClosers.find(s);
   if (closer != _private->outputClosers.end()) {
@@ -181,6 +185,7 @@ void QXStreamManager::CloseOStream(qxostream* s) {
   } else {
     delete s;
   }
+  return error;
 }
 
 bool QXStreamManager::RegisterIStream(const char* prefix, IOpener open,
@@ -210,6 +215,14 @@ qxostream* QXOpenOStream(const char* name) {
 void QXCloseIStream(qxistream* s) { QXStreamMngr().CloseIStream(s); }
 
 void QXCloseOStream(qxostream* s) { QXStreamMngr().CloseOStream(s); }
+
+int QXCloseIStreamChecked(qxistream* s) {
+  return QXStreamMngr().CloseIStream(s);
+}
+
+int QXCloseOStreamChecked(qxostream* s) {
+  return QXStreamMngr().CloseOStream(s);
+}
 
 QXIStreamHandle QXOpenIStreamHandle(const char* name) {
   return QXIStreamHandle(QXOpenIStream(name));
