@@ -2,6 +2,7 @@
 
 #include <string.h>
 
+#include <algorithm>
 #include <map>
 #include <mutex>
 #include <string>
@@ -24,9 +25,14 @@ class QXPrivateStreamManager {
   // Prefixes compare byte for byte.
   std::map<std::string, std::pair<IOpener, ICloser>> inputs;
   std::map<std::string, std::pair<OOpener, OCloser>> outputs;
-  // Which handler's closer disposes of a stream it made.
+  // Which handler's closer disposes of a stream it made; only streams that
+  // are still open are listed.
   std::map<qxistream*, ICloser> inputClosers;
   std::map<qxostream*, OCloser> outputClosers;
+  // Handler streams the manager wrapped in a stream that owns them, by
+  // wrapper: their closer entries go when the wrapper is closed.
+  std::map<qxistream*, qxistream*> inputWrapped;
+  std::map<qxostream*, qxostream*> outputWrapped;
   std::mutex inputLock;
   std::mutex outputLock;
 };
@@ -38,6 +44,36 @@ std::string PrefixOf(const char* name) {
   const char* colon = strchr(name, ':');
   return colon != nullptr ? std::string(name, static_cast<size_t>(colon - name))
                           : std::string(name);
+}
+
+// Drops the closer entry of a stream the manager deletes itself.
+void ForgetInput(QXPrivateStreamManager& m, qxistream* s) {
+  std::lock_guard<std::mutex> lock(m.inputLock);
+  m.inputClosers.erase(s);
+}
+
+// The same for output.
+void ForgetOutput(QXPrivateStreamManager& m, qxostream* s) {
+  std::lock_guard<std::mutex> lock(m.outputLock);
+  m.outputClosers.erase(s);
+}
+
+// Notes that wrapper owns inner, when inner came from a handler.
+void WrappedInput(QXPrivateStreamManager& m, qxistream* wrapper,
+                  qxistream* inner) {
+  std::lock_guard<std::mutex> lock(m.inputLock);
+  if (m.inputClosers.count(inner) != 0) {
+    m.inputWrapped[wrapper] = inner;
+  }
+}
+
+// The same for output.
+void WrappedOutput(QXPrivateStreamManager& m, qxostream* wrapper,
+                   qxostream* inner) {
+  std::lock_guard<std::mutex> lock(m.outputLock);
+  if (m.outputClosers.count(inner) != 0) {
+    m.outputWrapped[wrapper] = inner;
+  }
 }
 
 }  // namespace
@@ -101,6 +137,7 @@ qxistream* QXStreamManager::OpenIStream(const char* name) {
       return s;
     }
   } else if (s->_eof) {
+    ForgetInput(*_private, s);
     delete s;
     return nullptr;
   } else if (!s->_qxfill()) {
@@ -108,9 +145,13 @@ qxistream* QXStreamManager::OpenIStream(const char* name) {
   } else if (static_cast<unsigned char>(*s->_ptr) != 0x1F) {
     return s;
   }
+  char first = *s->_ptr;
   ++s->_ptr;
   bool packed = false;
-  if (s->_ptr < s->_end || s->_qxfill()) {
+  // When the first byte was the whole span, looking at the second replaces
+  // the span, and the first byte is then gone from the buffer.
+  bool refilled = s->_ptr >= s->_end;
+  if (!refilled || s->_qxfill()) {
     unsigned char second = static_cast<unsigned char>(*s->_ptr);
     if (second == 0x8B) {
       packed = true;
@@ -125,13 +166,38 @@ qxistream* QXStreamManager::OpenIStream(const char* name) {
       s->_begin == nullptr
           ? 0
           : static_cast<unsigned long long>(s->_end - s->_begin);
-  if (s->_offset == 0 && span > 0) {
+  if (!refilled && s->_offset == 0 && span > 0) {
     s->_ptr = s->_begin;
-  } else {
-    s->_qxseek(0);
+  } else if (!s->_qxseek(0)) {
+    // A pipe, a terminal or a handler's stream that cannot go back: the
+    // byte taken out is put in front of what is left.
+    unsigned long left = s->_ptr == nullptr || s->_ptr >= s->_end
+                             ? 0
+                             : static_cast<unsigned long>(s->_end - s->_ptr);
+    char* block = s->_buffer;
+    if (block == nullptr || left >= qxstream::kBlockSize) {
+      // No room in front: a heap block (the pool gives such blocks back with
+      // delete[]) large enough for the byte and the whole span, and never
+      // smaller than a block, since back-ends fill a whole block.
+      block = new char[std::max<unsigned long>(left + 1, qxstream::kBlockSize)];
+      if (left > 0) {
+        memcpy(block + 1, s->_ptr, left);
+      }
+      qxstream::GetBufferCache().Give(s->_buffer);
+      s->_buffer = block;
+    } else if (left > 0) {
+      memmove(block + 1, s->_ptr, left);
+    }
+    block[0] = first;
+    s->_begin = s->_ptr = block;
+    s->_end = block + 1 + left;
+    s->_offset = 0;
+    s->_eof = false;
   }
   if (packed) {
-    return new qxigzstream(s, true);
+    qxistream* gz = new qxigzstream(s, true);
+    WrappedInput(*_private, gz, s);
+    return gz;
   }
   return s;
 }
@@ -142,13 +208,16 @@ qxostream* QXStreamManager::OpenOStream(const char* name) {
     return nullptr;
   }
   if (s->_ptr == s->_end && s->_eof) {
+    ForgetOutput(*_private, s);
     delete s;
     return nullptr;
   }
   // Deliberate: ".gz" anywhere in the name asks for gzip, not only at the
   // end.
   if (name != nullptr && strstr(name, ".gz") != nullptr) {
-    return new qxogzstream(s, true);
+    qxostream* gz = new qxogzstream(s, true);
+    WrappedOutput(*_private, gz, s);
+    return gz;
   }
   return s;
 }
@@ -157,13 +226,25 @@ void QXStreamManager::CloseIStream(qxistream* s) {
   if (s == nullptr) {
     return;
   }
+  {
+    // A handler's stream inside a gzip wrapper goes with the wrapper, so
+    // its entry is dropped while the stream still holds its address.
+    std::lock_guard<std::mutex> lock(_private->inputLock);
+    auto wrapped = _private->inputWrapped.find(s);
+    if (wrapped != _private->inputWrapped.end()) {
+      _private->inputClosers.erase(wrapped->second);
+      _private->inputWrapped.erase(wrapped);
+    }
+  }
   s->close();
   std::lock_guard<std::mutex> lock(_private->inputLock);
-  // Deliberate: the entry stays after closing; a later stream at the same
-  // address from a handler overwrites it.
+  // Deliberate: the entry goes when its stream is closed, since a kept entry
+  // routed the next plain stream at the freed address to the handler.
   auto closer = _private->inputClosers.find(s);
   if (closer != _private->inputClosers.end()) {
-    closer->second(s);
+    ICloser close = closer->second;
+    _private->inputClosers.erase(closer);
+    close(s);
   } else {
     delete s;
   }
@@ -173,11 +254,23 @@ void QXStreamManager::CloseOStream(qxostream* s) {
   if (s == nullptr) {
     return;
   }
+  {
+    std::lock_guard<std::mutex> lock(_private->outputLock);
+    auto wrapped = _private->outputWrapped.find(s);
+    if (wrapped != _private->outputWrapped.end()) {
+      _private->outputClosers.erase(wrapped->second);
+      _private->outputWrapped.erase(wrapped);
+    }
+  }
   s->close();
   std::lock_guard<std::mutex> lock(_private->outputLock);
+  // Deliberate: the entry goes when its stream is closed, for the reason
+  // given on the input side.
   auto closer = _private->outputClosers.find(s);
   if (closer != _private->outputClosers.end()) {
-    closer->second(s);
+    OCloser close = closer->second;
+    _private->outputClosers.erase(closer);
+    close(s);
   } else {
     delete s;
   }

@@ -37,6 +37,10 @@ QXPLATFORM_EXPORT void QXCloseOStream(qxostream* s);
 // Registers open and close for names whose part before the first ':' is
 // prefix (a name without ':' is its own prefix), replacing an earlier pair.
 // True. Handlers cannot be removed. Any thread.
+// open returns a stream allocated with new (or null): the manager deletes a
+// handler's stream itself, bypassing close, when it is empty with its end
+// flag set (a failed open) and when a gzip wrapper it was put in is closed.
+// close disposes of every other stream open made, once, after its close().
 QXPLATFORM_EXPORT bool QXRegisterIStream(const char* prefix,
                                          qxistream* (*open)(const char* name),
                                          void (*close)(qxistream* s));
