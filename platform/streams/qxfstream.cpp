@@ -12,6 +12,9 @@
 namespace QXPlatform {
 namespace {
 
+// Deliberate: every descriptor opened here is closed on exec (O_CLOEXEC),
+// so that child processes do not inherit the library's files.
+
 // A signal may interrupt read(); only a real error or the end stops it.
 long ReadRetryingOnInterrupt(int fd, char* into, unsigned long size) {
   long got;
@@ -49,7 +52,7 @@ bool qxifstream::_qxopen(const char* name) {
     fd = -1;
     return false;
   }
-  fd = ::open(name, O_RDONLY);
+  fd = ::open(name, O_RDONLY | O_CLOEXEC);
   return fd != -1;
 }
 
@@ -171,7 +174,7 @@ bool qxofstream::_qxopen(const char* name) {
     fd = -1;
     return false;
   }
-  fd = ::open(name, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  fd = ::open(name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   return fd != -1;
 }
 
@@ -236,7 +239,7 @@ bool qxofstream::append(const char* name) {
     fd = -1;
     return false;
   }
-  fd = ::open(name, O_WRONLY | O_APPEND | O_CREAT, 0644);
+  fd = ::open(name, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
   if (fd == -1) {
     return false;
   }
@@ -269,7 +272,7 @@ bool qxiofstream::_qxopen(const char* name) {
     fd = -1;
     return false;
   }
-  fd = ::open(name, O_RDWR | O_CREAT | O_TRUNC, 0644);
+  fd = ::open(name, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   return fd != -1;
 }
 
