@@ -148,14 +148,15 @@ bool ZstdUncompress(ZstdDStreamStorage& z, std::string& out, const char* data,
 
 bool QXCompress(std::string& out, const char* data, size_t len,
                 const char* method) {
-  // The thread's stream is made on its first call, whatever the method.
-  ZstdCStreamStorage& z = CompressionStorage();
   if (IsMethod(method, "gz")) {
     GzCompress(out, data, len);
     return true;
   }
+  // The thread's stream (some 9 MB at level 7) is made on its first "zstd"
+  // call only: threads that pack gzip or pass an unknown method never pay
+  // for it.
   if (IsMethod(method, "zstd")) {
-    return ZstdCompress(z, out, data, len);
+    return ZstdCompress(CompressionStorage(), out, data, len);
   }
   out.clear();
   return false;
@@ -167,15 +168,15 @@ bool QXCompress(std::string& out, const std::string& data, const char* method) {
 
 bool QXUncompress(std::string& out, const char* data, size_t len,
                   const char* method) {
-  ZstdDStreamStorage& z = DecompressionStorage();
   // Deliberate: unlike compression, the result is appended to what out
   // already holds.
   if (IsMethod(method, "gz")) {
     GzUncompress(out, data, len);
     return true;
   }
+  // The decoder, too, is made on the thread's first "zstd" call only.
   if (IsMethod(method, "zstd")) {
-    return ZstdUncompress(z, out, data, len);
+    return ZstdUncompress(DecompressionStorage(), out, data, len);
   }
   out.clear();
   return false;

@@ -13,7 +13,8 @@ namespace QXPlatform {
 // Replaces out with the len bytes at data compressed by method ("gz" or
 // "zstd"); true on success. An unknown or null method gives false and an
 // empty out; a zstd failure gives false and leaves out as it was. Null data
-// count as no data. Any thread: each thread keeps its own zstd state.
+// count as no data. Any thread: each thread keeps its own zstd state, made
+// on its first "zstd" call (other methods make none) and freed when it ends.
 QXPLATFORM_EXPORT bool QXCompress(std::string& out, const char* data,
                                   size_t len, const char* method);
 // The same with the bytes of data.
