@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "../streams/qxstdstream.h"
+#include "../streams/qxstdstream_private.h"
 #include "../streams/qxstream.h"
 #include "qxbinary_simd_private.h"
 
@@ -18,7 +18,8 @@ const char kStringTooLong[] = "Attempting to write a string larger than 4GB\n";
 const unsigned long long kMaxStringLength = 0xFFFFFFFFULL;
 
 void ReportUndefinedBlockSize(unsigned long blocksize) {
-  qxerr << "Error: undefined block size - " << blocksize << qxendl;
+  QXWriteDiagnostic("Error: undefined block size - " +
+                    std::to_string(blocksize) + "\n");
 }
 
 // Reverses Width bytes from src into dst; the two may be the same element.

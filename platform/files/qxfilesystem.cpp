@@ -10,9 +10,10 @@
 
 #include <atomic>
 #include <cstdint>
+#include <string>
 #include <vector>
 
-#include "../streams/qxstdstream.h"
+#include "../streams/qxstdstream_private.h"
 
 namespace QXPlatform {
 namespace {
@@ -175,9 +176,12 @@ std::string QXFileTempDirectory(const std::string& dir) {
 std::string QXFileRandomName() {
   static std::atomic<bool> haveWarned(false);
   if (!haveWarned.exchange(true)) {
+    std::string warning;
     for (const char* line : kRandomNameWarning) {
-      qxerr << line << qxendl;
+      warning += line;
+      warning += '\n';
     }
+    QXWriteDiagnostic(warning);
   }
   int32_t seconds = static_cast<int32_t>(::time(nullptr));
   int r = ::rand() % 100;

@@ -6,8 +6,10 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <string>
 
 #include "qxstdstream.h"
+#include "qxstdstream_private.h"
 
 namespace QXPlatform {
 namespace {
@@ -160,8 +162,9 @@ qxofstream::~qxofstream() {
   try {
     close();
   } catch (const QXIOError& error) {
-    qxerr << "Caught QXIOError during qxofstream destruction: " << error.what()
-          << qxendl;
+    QXWriteDiagnostic(
+        std::string("Caught QXIOError during qxofstream destruction: ") +
+        error.what() + "\n");
   } catch (...) {
     std::abort();
   }

@@ -4,10 +4,12 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include <zlib.h>
 
 #include "qxstdstream.h"
+#include "qxstdstream_private.h"
 
 namespace QXPlatform {
 
@@ -49,9 +51,9 @@ const int kReserved = 0xE0;
 // Prints "<what>: <zlib message>", or only what when zlib gave no message.
 void Report(const char* what, const char* message) {
   if (message != nullptr) {
-    qxerr << what << ": " << message << qxendl;
+    QXWriteDiagnostic(std::string(what) + ": " + message + "\n");
   } else {
-    qxerr << what << qxendl;
+    QXWriteDiagnostic(std::string(what) + "\n");
   }
 }
 
@@ -498,16 +500,18 @@ qxogzstream::~qxogzstream() {
   try {
     _qxflush();
   } catch (const QXIOError& error) {
-    qxerr << "Caught QXIOError during qxogzstream destruction: " << error.what()
-          << qxendl;
+    QXWriteDiagnostic(
+        std::string("Caught QXIOError during qxogzstream destruction: ") +
+        error.what() + "\n");
   } catch (...) {
     std::abort();
   }
   try {
     gzo_clear(_stream, _gz);
   } catch (const QXIOError& error) {
-    qxerr << "Caught QXIOError during qxogzstream destruction: " << error.what()
-          << qxendl;
+    QXWriteDiagnostic(
+        std::string("Caught QXIOError during qxogzstream destruction: ") +
+        error.what() + "\n");
   } catch (...) {
     std::abort();
   }

@@ -1,7 +1,10 @@
 #include "qxstdstream.h"
 
 #include <istream>
+#include <mutex>
 #include <ostream>
+
+#include "qxstdstream_private.h"
 
 namespace QXPlatform {
 
@@ -12,6 +15,15 @@ qxifstream qxin(0);
 qxofstream qxout(1);
 qxofstream qxerr(2);
 qxostream qxnul;
+
+void QXWriteDiagnostic(const std::string& text) {
+  // Never destroyed: destructors of streams that outlive this file's
+  // statics still report through it at exit.
+  static std::mutex* lock = new std::mutex;
+  std::lock_guard<std::mutex> hold(*lock);
+  qxerr.write(text);
+  qxerr.flush();
+}
 
 // ---------------------------------------------------------------------------
 // Standard input streams

@@ -1,8 +1,10 @@
 #include "qxwrapperstream.h"
 
 #include <cstdlib>
+#include <string>
 
 #include "qxstdstream.h"
+#include "qxstdstream_private.h"
 
 namespace QXPlatform {
 
@@ -127,8 +129,10 @@ qxowrapperstream::~qxowrapperstream() {
     try {
       _stream->flush();
     } catch (const QXIOError& error) {
-      qxerr << "Caught QXIOError during qxowrapperstream destruction: "
-            << error.what() << qxendl;
+      QXWriteDiagnostic(
+          std::string(
+              "Caught QXIOError during qxowrapperstream destruction: ") +
+          error.what() + "\n");
       kept = true;
     } catch (...) {
       std::abort();
