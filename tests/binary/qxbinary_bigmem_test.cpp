@@ -1,6 +1,7 @@
 // Cases that need gigabytes: a string longer than a 32-bit length can say,
 // and packed arrays whose 32-bit bit count wraps. Run with `ctest -L bigmem`.
 
+#include <stdio.h>
 #include <string.h>
 
 #include <new>
@@ -104,6 +105,78 @@ TEST(QXBinaryBigMemoryTest, WrappedFloatImageHoldsOnlyItsFirstCodes) {
             12u);
   EXPECT_EQ(back[0], 0.0f);
   EXPECT_EQ(back[kWrapCount - 1], 0.0f);
+}
+
+// The peak resident size of the process in bytes (VmHWM), after resetting
+// it when reset is true; 0 when it cannot be read.
+unsigned long long PeakResident(bool reset) {
+  if (reset) {
+    FILE* clear = fopen("/proc/self/clear_refs", "w");
+    if (clear == nullptr) {
+      return 0;
+    }
+    fputs("5", clear);
+    fclose(clear);
+  }
+  FILE* status = fopen("/proc/self/status", "r");
+  if (status == nullptr) {
+    return 0;
+  }
+  char line[256];
+  unsigned long long kib = 0;
+  while (fgets(line, sizeof line, status) != nullptr) {
+    if (sscanf(line, "VmHWM: %llu kB", &kib) == 1) {
+      break;
+    }
+  }
+  fclose(status);
+  return kib * 1024;
+}
+
+bool UnderASanitizer() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  return true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+  return true;
+#else
+  return false;
+#endif
+#else
+  return false;
+#endif
+}
+
+TEST(QXBinaryBigMemoryTest, AShortStringClaimingAGigabyteCostsOneGigabyte) {
+  if (UnderASanitizer()) {
+    GTEST_SKIP() << "a sanitizer's shadow memory distorts the resident size";
+  }
+  const unsigned long long kClaim = 1ULL << 30;
+  // 14 bytes: a length word claiming 1 GiB and 10 bytes of the string.
+  std::string record(
+      "\x40\x00\x00\x00"
+      "0123456789",
+      14);
+  std::string s = "old";
+  unsigned long long before = PeakResident(true);
+  ASSERT_GT(before, 0u);
+  unsigned long result = 0;
+  try {
+    qxisstream in(record);
+    result = QX_io_read_binary(in, s);
+  } catch (const std::bad_alloc&) {
+    GTEST_SKIP() << "1 GiB could not be had";
+  }
+  unsigned long long peak = PeakResident(false);
+  EXPECT_EQ(result, 14u);
+  ASSERT_EQ(s.size(), kClaim);
+  EXPECT_EQ(s.compare(0, 10, "0123456789"), 0);
+  EXPECT_EQ(s[10], '\0');
+  EXPECT_EQ(s[kClaim / 2], '\0');
+  EXPECT_EQ(s[kClaim - 1], '\0');
+  // The string itself is 1 GiB; a scratch copy beside it would double that.
+  EXPECT_LT(peak - before, kClaim + kClaim / 4)
+      << "peak grew by " << (peak - before) << " bytes";
 }
 
 }  // namespace
