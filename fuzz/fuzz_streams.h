@@ -24,12 +24,18 @@ inline void Check(bool ok) {
 }
 
 // Hands out its bytes in spans whose lengths cycle through a list (each at
-// least 1 and at most one block), and can go back to any position, so code
-// above it must give the same answers however the data is cut.
+// least 1 and at most one block), so code above it must give the same
+// answers however the data is cut. A seekable one can go back to any
+// position; one that is not refuses every seek, as a pipe does.
 class ChoppedStream : public QXPlatform::qxistream {
  public:
-  ChoppedStream(const std::string& data, std::vector<size_t> spans)
-      : _data(data), _spans(std::move(spans)), _next(0), _pos(0) {
+  ChoppedStream(const std::string& data, std::vector<size_t> spans,
+                bool seekable = true)
+      : _data(data),
+        _spans(std::move(spans)),
+        _next(0),
+        _pos(0),
+        _seekable(seekable) {
     if (_spans.empty()) {
       _spans.push_back(1);
     }
@@ -55,7 +61,8 @@ class ChoppedStream : public QXPlatform::qxistream {
   }
 
   bool _qxseek(long long pos) override {
-    if (pos < 0 || static_cast<unsigned long long>(pos) > _data.size()) {
+    if (!_seekable || pos < 0 ||
+        static_cast<unsigned long long>(pos) > _data.size()) {
       return false;
     }
     _pos = static_cast<size_t>(pos);
@@ -70,6 +77,7 @@ class ChoppedStream : public QXPlatform::qxistream {
   std::vector<size_t> _spans;
   size_t _next;
   size_t _pos;
+  bool _seekable;
 };
 
 }  // namespace qxfuzz
