@@ -222,9 +222,9 @@ qxostream* QXStreamManager::OpenOStream(const char* name) {
   return s;
 }
 
-void QXStreamManager::CloseIStream(qxistream* s) {
+int QXStreamManager::CloseIStream(qxistream* s) {
   if (s == nullptr) {
-    return;
+    return 0;
   }
   {
     // A handler's stream inside a gzip wrapper goes with the wrapper, so
@@ -237,6 +237,8 @@ void QXStreamManager::CloseIStream(qxistream* s) {
     }
   }
   s->close();
+  // Asked before the stream is disposed of; closing keeps the status.
+  int error = s->error();
   std::lock_guard<std::mutex> lock(_private->inputLock);
   // Deliberate: the entry goes when its stream is closed, since a kept entry
   // routed the next plain stream at the freed address to the handler.
@@ -248,11 +250,12 @@ void QXStreamManager::CloseIStream(qxistream* s) {
   } else {
     delete s;
   }
+  return error;
 }
 
-void QXStreamManager::CloseOStream(qxostream* s) {
+int QXStreamManager::CloseOStream(qxostream* s) {
   if (s == nullptr) {
-    return;
+    return 0;
   }
   {
     std::lock_guard<std::mutex> lock(_private->outputLock);
@@ -263,6 +266,7 @@ void QXStreamManager::CloseOStream(qxostream* s) {
     }
   }
   s->close();
+  int error = s->error();
   std::lock_guard<std::mutex> lock(_private->outputLock);
   // Deliberate: the entry goes when its stream is closed, for the reason
   // given on the input side.
@@ -274,6 +278,7 @@ void QXStreamManager::CloseOStream(qxostream* s) {
   } else {
     delete s;
   }
+  return error;
 }
 
 bool QXStreamManager::RegisterIStream(const char* prefix, IOpener open,
@@ -303,6 +308,14 @@ qxostream* QXOpenOStream(const char* name) {
 void QXCloseIStream(qxistream* s) { QXStreamMngr().CloseIStream(s); }
 
 void QXCloseOStream(qxostream* s) { QXStreamMngr().CloseOStream(s); }
+
+int QXCloseIStreamChecked(qxistream* s) {
+  return QXStreamMngr().CloseIStream(s);
+}
+
+int QXCloseOStreamChecked(qxostream* s) {
+  return QXStreamMngr().CloseOStream(s);
+}
 
 bool QXRegisterIStream(const char* prefix, qxistream* (*open)(const char* name),
                        void (*close)(qxistream* s)) {
