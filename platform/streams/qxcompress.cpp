@@ -235,13 +235,13 @@ bool QXUncompress(std::string& out, const std::string& data,
 
 bool QXUncompress(std::string& out, const char* data, size_t len,
                   const char* method, int* error) {
-  ZstdDStreamStorage& z = DecompressionStorage();
   bool ok = true;
   int failure = 0;
   if (IsMethod(method, "gz")) {
     failure = GzUncompress(out, data, len);
   } else if (IsMethod(method, "zstd")) {
-    failure = ZstdUncompressChecked(z, out, data, len, &ok);
+    failure =
+        ZstdUncompressChecked(DecompressionStorage(), out, data, len, &ok);
   } else {
     out.clear();
     ok = false;

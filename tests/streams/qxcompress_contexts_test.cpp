@@ -63,6 +63,11 @@ TEST(QXCompressContextsTest, GzipAndUnknownMethodsMakeNoZstdStream) {
     EXPECT_TRUE(QXUncompress(out, packed, "gz"));
     EXPECT_EQ(out, "text");
     EXPECT_FALSE(QXUncompress(out, packed, "zst"));
+    int error = -1;
+    out.clear();
+    EXPECT_TRUE(QXUncompress(out, packed, "gz", &error));
+    EXPECT_EQ(out, "text");
+    EXPECT_FALSE(QXUncompress(out, packed, "zst", &error));
   });
   EXPECT_EQ(gCStreams - cBefore, 0);
   EXPECT_EQ(gDStreams - dBefore, 0);
