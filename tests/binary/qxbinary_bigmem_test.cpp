@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "support/qxtest_binary.h"
+#include "support/qxtest_support.h"
 #include <QXPlatform/QXPlatform.h>
 
 namespace QXPlatform {
@@ -216,22 +217,8 @@ unsigned long long PeakResident(bool reset) {
   return kib * 1024;
 }
 
-bool UnderASanitizer() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  return true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-  return true;
-#else
-  return false;
-#endif
-#else
-  return false;
-#endif
-}
-
 TEST(QXBinaryBigMemoryTest, AShortStringClaimingAGigabyteCostsOneGigabyte) {
-  if (UnderASanitizer()) {
+  if (testing::UnderAllocatingSanitizer()) {
     GTEST_SKIP() << "a sanitizer's shadow memory distorts the resident size";
   }
   const unsigned long long kClaim = 1ULL << 30;

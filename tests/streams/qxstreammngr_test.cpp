@@ -27,6 +27,7 @@ using testing::ReadFile;
 using testing::SampleText;
 using testing::ScratchDir;
 using testing::SpanStream;
+using testing::UnderAddressSanitizer;
 using testing::WriteFile;
 using testing::ZlibGunzip;
 
@@ -555,20 +556,6 @@ void CloseHandlerFile(qxistream* s) {
   Calls().push_back(typeid(*s) == typeid(HandlerFile) ? "handler file"
                                                       : "misrouted");
   delete s;
-}
-
-bool UnderAddressSanitizer() {
-#if defined(__SANITIZE_ADDRESS__)
-  return true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-  return true;
-#else
-  return false;
-#endif
-#else
-  return false;
-#endif
 }
 
 void AlternateHandlerAndPlainOpens(const std::string& handlerName,

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/qxtest_support.h"
 #include <QXPlatform/streams/qxstreammngr.h>
 
 namespace QXPlatform {
@@ -47,20 +48,6 @@ qxistream* OpenFresh(const char*) {
 // Ends the stream's life but keeps its memory, so the address stays unused.
 void CloseFresh(qxistream* s) { s->~qxistream(); }
 
-bool UnderASanitizer() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  return true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-  return true;
-#else
-  return false;
-#endif
-#else
-  return false;
-#endif
-}
-
 size_t HeapInUse() {
   struct mallinfo2 info = mallinfo2();
   return info.uordblks + info.hblkhd;
@@ -68,7 +55,7 @@ size_t HeapInUse() {
 
 TEST(QXStreamManagerTableStressTest,
      AMillionFreshHandlerStreamsLeaveNoEntries) {
-  if (UnderASanitizer()) {
+  if (testing::UnderAllocatingSanitizer()) {
     GTEST_SKIP() << "a sanitizer's allocator does not report through mallinfo2";
   }
   size_t bytes = kSlot * static_cast<size_t>(kOpens);
