@@ -65,6 +65,13 @@ void WrappedInput(QXPrivateStreamManager& m, qxistream* wrapper,
   if (m.inputClosers.count(inner) != 0) {
     m.inputWrapped[wrapper] = inner;
   }
+  // A wrapper around a wrapper: the handler's stream now goes with the
+  // outer one.
+  auto nested = m.inputWrapped.find(inner);
+  if (nested != m.inputWrapped.end()) {
+    m.inputWrapped[wrapper] = nested->second;
+    m.inputWrapped.erase(nested);
+  }
 }
 
 // The same for output.
@@ -145,13 +152,57 @@ qxistream* QXStreamManager::OpenIStream(const char* name) {
   } else if (static_cast<unsigned char>(*s->_ptr) != 0x1F) {
     return s;
   }
+  // Puts the byte taken out of a stream that cannot go back (a pipe, a
+  // terminal, a handler's stream) in front of what is left of it. When the
+  // span lies in the stream's own block the byte goes there; any other span
+  // belongs to the stream, so the stream is read through a wrapper instead
+  // whose first block holds the byte and the span.
+  auto putBack = [this](qxistream* s, char first) -> qxistream* {
+    unsigned long left = s->_ptr == nullptr || s->_ptr >= s->_end
+                             ? 0
+                             : static_cast<unsigned long>(s->_end - s->_ptr);
+    char* own = s->_buffer;
+    bool inOwnBlock = own != nullptr && s->_ptr != nullptr && s->_ptr >= own &&
+                      s->_end <= own + qxstream::kBlockSize;
+    if (inOwnBlock && left < qxstream::kBlockSize) {
+      if (left > 0) {
+        memmove(own + 1, s->_ptr, left);
+      }
+      own[0] = first;
+      s->_begin = s->_ptr = own;
+      s->_end = own + 1 + left;
+      s->_offset = 0;
+      s->_eof = false;
+      return s;
+    }
+    qxiwrapperstream* wrapper = new qxiwrapperstream(nullptr, false);
+    // The wrapper's block takes the byte and as much of the span as fits;
+    // the rest stays in the stream and is read after it.
+    unsigned long taken =
+        std::min<unsigned long>(left, qxstream::kBlockSize - 1);
+    wrapper->_buffer[0] = first;
+    if (taken > 0) {
+      memcpy(wrapper->_buffer + 1, s->_ptr, taken);
+      s->_ptr += taken;
+    }
+    wrapper->set(s, true);
+    wrapper->_begin = wrapper->_ptr = wrapper->_buffer;
+    wrapper->_end = wrapper->_buffer + 1 + taken;
+    wrapper->_offset = 0;
+    wrapper->_eof = false;
+    WrappedInput(*_private, wrapper, s);
+    return wrapper;
+  };
   char first = *s->_ptr;
+  // Where the first byte sits, to go back to it while the span still holds
+  // it: a look at the second byte may replace the span, or fail and leave
+  // it as it was.
+  char* firstAt = s->_ptr;
+  char* firstSpan = s->_begin;
+  unsigned long long firstOffset = s->_offset;
   ++s->_ptr;
   bool packed = false;
-  // When the first byte was the whole span, looking at the second replaces
-  // the span, and the first byte is then gone from the buffer.
-  bool refilled = s->_ptr >= s->_end;
-  if (!refilled || s->_qxfill()) {
+  if (s->_ptr < s->_end || s->_qxfill()) {
     unsigned char second = static_cast<unsigned char>(*s->_ptr);
     if (second == 0x8B) {
       packed = true;
@@ -161,38 +212,12 @@ qxistream* QXStreamManager::OpenIStream(const char* name) {
       packed = false;
     }
   }
-  // Back to the first byte: inside the span while it is still there.
-  unsigned long long span =
-      s->_begin == nullptr
-          ? 0
-          : static_cast<unsigned long long>(s->_end - s->_begin);
-  if (!refilled && s->_offset == 0 && span > 0) {
+  bool spanKept = s->_begin == firstSpan && s->_offset == firstOffset &&
+                  firstAt >= s->_begin && firstAt < s->_end;
+  if (spanKept && s->_offset == 0) {
     s->_ptr = s->_begin;
   } else if (!s->_qxseek(0)) {
-    // A pipe, a terminal or a handler's stream that cannot go back: the
-    // byte taken out is put in front of what is left.
-    unsigned long left = s->_ptr == nullptr || s->_ptr >= s->_end
-                             ? 0
-                             : static_cast<unsigned long>(s->_end - s->_ptr);
-    char* block = s->_buffer;
-    if (block == nullptr || left >= qxstream::kBlockSize) {
-      // No room in front: a heap block (the pool gives such blocks back with
-      // delete[]) large enough for the byte and the whole span, and never
-      // smaller than a block, since back-ends fill a whole block.
-      block = new char[std::max<unsigned long>(left + 1, qxstream::kBlockSize)];
-      if (left > 0) {
-        memcpy(block + 1, s->_ptr, left);
-      }
-      qxstream::GetBufferCache().Give(s->_buffer);
-      s->_buffer = block;
-    } else if (left > 0) {
-      memmove(block + 1, s->_ptr, left);
-    }
-    block[0] = first;
-    s->_begin = s->_ptr = block;
-    s->_end = block + 1 + left;
-    s->_offset = 0;
-    s->_eof = false;
+    s = putBack(s, first);
   }
   if (packed) {
     qxistream* gz = new qxigzstream(s, true);

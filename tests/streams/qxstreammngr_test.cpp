@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -478,6 +479,102 @@ TEST_F(QXStreamMngrTest, OneByteSpansThatCannotSeekStillUnpackGzip) {
   EXPECT_EQ(ReadThroughSpans(MakeMember(noisy, testing::GzipHeader(), 0),
                              {1, qxstream::kBlockSize}),
             noisy);
+}
+
+// A stream that cannot go back and hands out spans of its own memory, not of
+// its block.
+class OwnSpans : public qxistream {
+ public:
+  OwnSpans(std::string data, std::vector<size_t> cuts)
+      : _data(std::move(data)), _cuts(std::move(cuts)), _next(0), _pos(0) {
+    _eof = false;
+  }
+
+ protected:
+  bool _qxfill() override {
+    if (_pos >= _data.size()) {
+      _ptr = _end;
+      _eof = true;
+      return false;
+    }
+    size_t want = _cuts.empty() ? _data.size() : _cuts[_next++ % _cuts.size()];
+    size_t n = std::min(std::max<size_t>(want, 1), _data.size() - _pos);
+    _offset += static_cast<unsigned long long>(_ptr - _begin);
+    _begin = _ptr = &_data[_pos];
+    _end = _begin + n;
+    _pos += n;
+    return true;
+  }
+
+ private:
+  std::string _data;
+  std::vector<size_t> _cuts;
+  size_t _next;
+  size_t _pos;
+};
+
+qxistream* OpenOwnSpans(const char*) {
+  return new OwnSpans(SpanData(), SpanCuts());
+}
+
+void CloseOwnSpans(qxistream* s) {
+  Calls().push_back(dynamic_cast<OwnSpans*>(s) != nullptr ? "close own"
+                                                          : "misrouted");
+  delete s;
+}
+
+std::string ReadThroughOwnSpans(const std::string& data,
+                                std::vector<size_t> cuts,
+                                const char* name = "ownspans:x") {
+  SpanData() = data;
+  SpanCuts() = std::move(cuts);
+  qxistream* in = QXOpenIStream(name);
+  if (in == nullptr) {
+    return "<null>";
+  }
+  return ReadAllAndClose(in);
+}
+
+TEST_F(QXStreamMngrTest, SpansOutsideTheStreamsBlockLoseNoPlainByte) {
+  ASSERT_TRUE(QXRegisterIStream("ownspans", OpenOwnSpans, CloseOwnSpans));
+  EXPECT_EQ(ReadThroughOwnSpans("\x1Fplain", {1}), "\x1Fplain");
+  EXPECT_EQ(ReadThroughOwnSpans("\x1F", {1}), "\x1F");
+  // A span longer than a block behind the first byte: what does not fit in
+  // front is read from the stream afterwards.
+  std::string big = "\x1F" + RandomBytes(3 * qxstream::kBlockSize + 5, 8);
+  EXPECT_EQ(ReadThroughOwnSpans(big, {1, 2 * qxstream::kBlockSize}), big);
+  EXPECT_EQ(ReadThroughOwnSpans(big, {1, 7}), big);
+  // The stream read through a wrapper goes with it; its closer is not asked
+  // for it, and for nothing else either.
+  for (const std::string& call : Calls()) {
+    EXPECT_NE(call, "misrouted");
+  }
+}
+
+TEST_F(QXStreamMngrTest, SpansOutsideTheStreamsBlockStillUnpackGzip) {
+  ASSERT_TRUE(QXRegisterIStream("owngz", OpenOwnSpans, CloseOwnSpans));
+  std::string text = SampleText(100000, 5);
+  std::string member = MakeMember(text);
+  EXPECT_EQ(ReadThroughOwnSpans(member, {1}, "owngz:x"), text);
+  EXPECT_EQ(
+      ReadThroughOwnSpans(member, {1, 3 * qxstream::kBlockSize}, "owngz:x"),
+      text);
+  EXPECT_EQ(ReadThroughOwnSpans(member, {1, 1, 1000}, "owngz:x"), text);
+}
+
+// A memory stream of the first byte alone keeps its own copy of it: the
+// look at a second byte that is not there changes nothing.
+qxistream* OpenOneByteCopy(const char*) {
+  return new qxisstream(std::string("\x1F"));
+}
+
+TEST_F(QXStreamMngrTest, AMemoryStreamOfTheFirstByteAloneKeepsIt) {
+  ASSERT_TRUE(QXRegisterIStream("onebyte", OpenOneByteCopy, CloseIn));
+  qxistream* in = QXOpenIStream("onebyte:x");
+  ASSERT_NE(in, nullptr);
+  EXPECT_NE(dynamic_cast<qxisstream*>(in), nullptr);
+  EXPECT_EQ(ReadAllAndClose(in), "\x1F");
+  EXPECT_EQ(Calls(), std::vector<std::string>{"close"});
 }
 
 // Writes first, waits until the reader has surely taken it, then the rest:
