@@ -158,7 +158,7 @@ qxostream& qxendl(qxostream& out) {
     return out;
   }
   *out._ptr++ = '\n';
-  out._qxflush();
+  out._qxsync();
   return out;
 }
 
@@ -171,7 +171,7 @@ qxostream& qxends(qxostream& out) {
 }
 
 qxostream& qxflush(qxostream& out) {
-  out._qxflush();
+  out._qxsync();
   return out;
 }
 

@@ -11,6 +11,7 @@
 #include "qxgzstream.h"
 #include "qxstdstream.h"
 #include "qxwrapperstream.h"
+#include "qxzstdstream.h"
 
 namespace QXPlatform {
 
@@ -38,6 +39,12 @@ std::string PrefixOf(const char* name) {
   const char* colon = strchr(name, ':');
   return colon != nullptr ? std::string(name, static_cast<size_t>(colon - name))
                           : std::string(name);
+}
+
+bool EndsWith(const char* name, const char* tail) {
+  size_t n = strlen(name);
+  size_t t = strlen(tail);
+  return n >= t && strcmp(name + n - t, tail) == 0;
 }
 
 }  // namespace
@@ -86,6 +93,39 @@ qxostream* QXStreamManager::openOutput(const char* name) {
   return new qxofstream(name);
 }
 
+void QXStreamManager::RewindToFirstByte(qxistream* s) {
+  // Inside the span while it is still there.
+  unsigned long long span =
+      s->_begin == nullptr
+          ? 0
+          : static_cast<unsigned long long>(s->_end - s->_begin);
+  if (s->_offset == 0 && span > 0) {
+    s->_ptr = s->_begin;
+  } else {
+    s->_qxseek(0);
+  }
+}
+
+qxistream* QXStreamManager::UnpackZstd(qxistream* s) {
+  if (!QXGetZstdStreams() || static_cast<unsigned char>(*s->_ptr) != 0x28) {
+    return s;
+  }
+  static const unsigned char kMagic[4] = {0x28, 0xB5, 0x2F, 0xFD};
+  bool packed;
+  if (s->_end - s->_ptr >= 4) {
+    packed = memcmp(s->_ptr, kMagic, 4) == 0;
+  } else {
+    // The magic straddles spans: look at it byte by byte, then go back.
+    unsigned char first[4];
+    packed = s->read(first, 4) == 4 && memcmp(first, kMagic, 4) == 0;
+    RewindToFirstByte(s);
+  }
+  if (packed) {
+    return new qxizstdstream(s, true);
+  }
+  return s;
+}
+
 qxistream* QXStreamManager::OpenIStream(const char* name) {
   qxistream* s = openInput(name);
   if (s == nullptr) {
@@ -98,7 +138,7 @@ qxistream* QXStreamManager::OpenIStream(const char* name) {
   }
   if (s->_ptr < s->_end) {
     if (static_cast<unsigned char>(*s->_ptr) != 0x1F) {
-      return s;
+      return UnpackZstd(s);
     }
   } else if (s->_eof) {
     delete s;
@@ -106,7 +146,7 @@ qxistream* QXStreamManager::OpenIStream(const char* name) {
   } else if (!s->_qxfill()) {
     return s;
   } else if (static_cast<unsigned char>(*s->_ptr) != 0x1F) {
-    return s;
+    return UnpackZstd(s);
   }
   ++s->_ptr;
   bool packed = false;
@@ -120,16 +160,7 @@ qxistream* QXStreamManager::OpenIStream(const char* name) {
       packed = false;
     }
   }
-  // Back to the first byte: inside the span while it is still there.
-  unsigned long long span =
-      s->_begin == nullptr
-          ? 0
-          : static_cast<unsigned long long>(s->_end - s->_begin);
-  if (s->_offset == 0 && span > 0) {
-    s->_ptr = s->_begin;
-  } else {
-    s->_qxseek(0);
-  }
+  RewindToFirstByte(s);
   if (packed) {
     return new qxigzstream(s, true);
   }
@@ -144,6 +175,11 @@ qxostream* QXStreamManager::OpenOStream(const char* name) {
   if (s->_ptr == s->_end && s->_eof) {
     delete s;
     return nullptr;
+  }
+  // Only a name's ending asks for zstd; it wins over a ".gz" earlier in the
+  // name, as in "x.gz.zst".
+  if (name != nullptr && QXGetZstdStreams() && EndsWith(name, ".zst")) {
+    return new qxozstdstream(s, true);
   }
   // Deliberate: ".gz" anywhere in the name asks for gzip, not only at the
   // end.

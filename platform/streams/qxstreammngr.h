@@ -20,13 +20,16 @@ QXPLATFORM_EXPORT QXStreamManager& QXStreamMngr();
 
 // Opens name for reading: as QXStreamManager::openInput, then a name that
 // cannot be opened is tried again with ".gz" appended, and data starting
-// with the gzip magic bytes 0x1F 0x8B are unpacked, whatever the name. An
+// with the gzip magic bytes 0x1F 0x8B are unpacked, whatever the name (and,
+// with QXSetZstdStreams(true), data starting with the zstd magic). An
 // empty file gives an empty stream. Null when nothing could be opened. The
 // caller owns the result and gives it back with QXCloseIStream. Any thread.
 QXPLATFORM_EXPORT qxistream* QXOpenIStream(const char* name);
 // Opens name for writing: as QXStreamManager::openOutput; when the name
 // contains ".gz" anywhere the data are packed as gzip. Null when nothing
-// could be opened. Give the result back with QXCloseOStream. Any thread.
+// could be opened. With QXSetZstdStreams(true), a name ending in ".zst" is
+// packed as zstd instead. Give the result back with QXCloseOStream. Any
+// thread.
 QXPLATFORM_EXPORT qxostream* QXOpenOStream(const char* name);
 // Closes s and disposes of it: through the closer of the handler that made
 // it, else by deleting it. Null is ignored. Any thread.
@@ -82,6 +85,11 @@ class QXPLATFORM_EXPORT QXStreamManager {
                                 OCloser close);
 
   qxistream* OpenIStream(const char* name);
+  // With zstd streams on, s wrapped in a zstd reader when its data start
+  // with the zstd magic, else s itself; s has a byte in its span.
+  qxistream* UnpackZstd(qxistream* s);
+  // Puts s back on its first byte after bytes were looked at.
+  void RewindToFirstByte(qxistream* s);
   qxostream* OpenOStream(const char* name);
   void CloseIStream(qxistream* s);
   void CloseOStream(qxostream* s);
