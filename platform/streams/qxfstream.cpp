@@ -2,7 +2,9 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -29,6 +31,25 @@ long WriteRetryingOnInterrupt(int fd, const char* from, unsigned long size) {
   return put;
 }
 
+// Why a write(2) stored fewer bytes than asked without an errno: the file
+// reached the size limit of the process, or the device is full. The rest of
+// the block is not retried (that would change what reaches the file), so the
+// cause is read off the descriptor instead.
+int ShortWriteCause(int fd) {
+  struct rlimit limit;
+  off_t at = lseek(fd, 0, SEEK_CUR);
+  if (at != -1 && getrlimit(RLIMIT_FSIZE, &limit) == 0 &&
+      limit.rlim_cur != RLIM_INFINITY &&
+      static_cast<unsigned long long>(at) >= limit.rlim_cur) {
+    return EFBIG;
+  }
+  struct statvfs device;
+  if (fstatvfs(fd, &device) == 0 && device.f_bavail == 0) {
+    return ENOSPC;
+  }
+  return EIO;
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------------------
@@ -50,6 +71,9 @@ bool qxifstream::_qxopen(const char* name) {
     return false;
   }
   fd = ::open(name, O_RDONLY);
+  if (fd == -1) {
+    SetError(errno);
+  }
   return fd != -1;
 }
 
@@ -78,7 +102,11 @@ bool qxifstream::_qxfill() {
     return true;
   }
   // Deliberate: after the end of the input the position reads as 0, not as
-  // the file length. Read errors end the input like the end of file does.
+  // the file length. Read errors end the input like the end of file does;
+  // error() tells them apart.
+  if (n < 0) {
+    SetError(errno);
+  }
   _offset = 0;
   _ptr = _end = _begin = _buffer;
   _eof = true;
@@ -128,6 +156,7 @@ bool qxifstream::openfd(int newFd, bool closeFirst) {
   _offset = 0;
   _size = 0;
   _sizeknown = false;
+  ClearError();
   fd = newFd;
   _eof = newFd == -1;
   return newFd != -1;
@@ -172,12 +201,16 @@ bool qxofstream::_qxopen(const char* name) {
     return false;
   }
   fd = ::open(name, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  if (fd == -1) {
+    SetError(errno);
+  }
   return fd != -1;
 }
 
 bool qxofstream::_qxclose() {
-  if (fd >= 3) {
-    ::close(fd);
+  // Some file systems report a lost write only here.
+  if (fd >= 3 && ::close(fd) != 0) {
+    SetError(errno);
   }
   fd = -1;
   _eof = true;
@@ -194,6 +227,7 @@ bool qxofstream::_qxflush() {
   if (put != static_cast<long>(len)) {
     // Deliberate: a short write is not continued; the rest is dropped and
     // the stream is marked failed.
+    SetError(put < 0 ? errno : ShortWriteCause(fd));
     _eof = true;
   }
   _offset += len;
@@ -216,6 +250,7 @@ bool qxofstream::openfd(int newFd, bool closeFirst) {
   _size = 0;
   _sizeknown = false;
   _eof = true;
+  ClearError();
   fd = newFd;
   if (newFd != -1) {
     _eof = false;
@@ -232,12 +267,14 @@ bool qxofstream::append(const char* name) {
   _size = 0;
   _sizeknown = false;
   _eof = true;
+  ClearError();
   if (name == nullptr) {
     fd = -1;
     return false;
   }
   fd = ::open(name, O_WRONLY | O_APPEND | O_CREAT, 0644);
   if (fd == -1) {
+    SetError(errno);
     return false;
   }
   _eof = false;
@@ -270,6 +307,9 @@ bool qxiofstream::_qxopen(const char* name) {
     return false;
   }
   fd = ::open(name, O_RDWR | O_CREAT | O_TRUNC, 0644);
+  if (fd == -1) {
+    SetError(errno);
+  }
   return fd != -1;
 }
 

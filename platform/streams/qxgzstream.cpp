@@ -1,5 +1,6 @@
 #include "qxgzstream.h"
 
+#include <errno.h>
 #include <stdio.h>
 
 #include <cstdlib>
@@ -29,6 +30,12 @@ struct gz_stream {
   int transparent;
   long long headerlen;
   unsigned int crc;
+  // total_out when the current member began, to check its stored length.
+  uLong memberstart;
+  // The first failure found and not yet handed to the stream: an errno
+  // value and its fixed text. Restarting keeps it.
+  int error;
+  const char* errortext;
 };
 
 namespace {
@@ -45,6 +52,26 @@ const int kExtraField = 0x04;
 const int kOrigName = 0x08;
 const int kComment = 0x10;
 const int kReserved = 0xE0;
+
+// What is wrong with damaged input, as error() and errortext() give it.
+const char* const kTruncated = "unexpected end of file";
+const char* const kCrcError = "invalid compressed data--crc error";
+const char* const kLengthError = "invalid compressed data--length error";
+const char* const kFormatError = "invalid compressed data--format violated";
+
+// Records a failure on the record unless one is waiting already.
+void Fail(gz_stream* s, int code, const char* text) {
+  if (s->error == 0) {
+    s->error = code;
+    s->errortext = text;
+  }
+}
+
+// The input is damaged in the way text says.
+void Damage(gz_stream* s, const char* text) { Fail(s, EBADMSG, text); }
+
+// The errno value for a zlib result that is not about the data.
+int SystemErrorOf(int zerr) { return zerr == Z_MEM_ERROR ? ENOMEM : EIO; }
 
 // Prints "<what>: <zlib message>", or only what when zlib gave no message.
 void Report(const char* what, const char* message) {
@@ -67,6 +94,9 @@ gz_stream* NewRecord(Bytef* inbuf, Bytef* outbuf) {
   s->transparent = 0;
   s->headerlen = 0;
   s->crc = static_cast<unsigned int>(crc32(0L, Z_NULL, 0));
+  s->memberstart = 0;
+  s->error = 0;
+  s->errortext = nullptr;
   return s;
 }
 
@@ -80,6 +110,7 @@ void ResetRecord(gz_stream* s) {
   s->transparent = 0;
   s->headerlen = 0;
   s->crc = static_cast<unsigned int>(crc32(0L, Z_NULL, 0));
+  s->memberstart = 0;
 }
 
 // Reads the next chunk of compressed input; sets z_eof when none comes.
@@ -175,7 +206,21 @@ void qxigzstream::EndInflate() {
   _gz->ready = 0;
 }
 
-void qxigzstream::_qxclear() { EndInflate(); }
+void qxigzstream::_qxclear() {
+  Collect();
+  EndInflate();
+}
+
+void qxigzstream::Collect() {
+  if (_stream != nullptr) {
+    TakeError(*_stream);
+  }
+  if (_gz->error != 0) {
+    SetError(_gz->error, _gz->errortext);
+    _gz->error = 0;
+    _gz->errortext = nullptr;
+  }
+}
 
 bool qxigzstream::_qxset(qxistream*) { return true; }
 
@@ -203,6 +248,9 @@ bool qxigzstream::check_header(gz_stream* s, qxistream* inner) {
   }
   c = GetByte(s, inner);
   if (c == kEnd) {
+    if (s->z_eof) {
+      Damage(s, kTruncated);
+    }
     PutBack(s, 1);
     s->z_err = s->stream.avail_in != 0 ? Z_OK : Z_STREAM_END;
     return false;
@@ -216,6 +264,7 @@ bool qxigzstream::check_header(gz_stream* s, qxistream* inner) {
   int method = GetByte(s, inner);
   int flags = GetByte(s, inner);
   if (method != Z_DEFLATED || flags == kEnd || (flags & kReserved) != 0) {
+    Damage(s, method == kEnd || flags == kEnd ? kTruncated : kFormatError);
     s->z_err = Z_DATA_ERROR;
     return false;
   }
@@ -239,6 +288,9 @@ bool qxigzstream::check_header(gz_stream* s, qxistream* inner) {
     SkipBytes(s, inner, 2);
   }
   s->z_err = s->z_eof ? Z_DATA_ERROR : Z_OK;
+  if (s->z_eof) {
+    Damage(s, kTruncated);
+  }
   return s->z_err == Z_OK;
 }
 
@@ -247,6 +299,7 @@ unsigned long qxigzstream::getLong(gz_stream* s, qxistream* inner) {
   for (int i = 0; i < 4; ++i) {
     int c = GetByte(s, inner);
     if (c == kEnd) {
+      Damage(s, kTruncated);
       s->z_err = Z_DATA_ERROR;
       // Beyond 32 bits, so that it never matches a checksum.
       return x | (1UL << 32);
@@ -277,6 +330,7 @@ bool qxigzstream::gzi_init(qxistream* inner, gz_stream* s) {
   s->stream.avail_in = static_cast<uInt>(n);
   int err = inflateInit2(&s->stream, -MAX_WBITS);
   if (err != Z_OK) {
+    Fail(s, SystemErrorOf(err), nullptr);
     Report("qxigzstream init error", s->stream.msg);
     if (inflateEnd(&s->stream) != Z_OK) {
       Report("qxigzstream clear error", s->stream.msg);
@@ -302,6 +356,10 @@ bool qxigzstream::gzi_inflate(qxistream* inner, gz_stream* s,
     return false;
   }
   if (s->stream.avail_in == 0 && !Refill(s, inner)) {
+    if (!s->transparent) {
+      // The input ended inside the compressed data of a member.
+      Damage(s, kTruncated);
+    }
     return false;
   }
   Bytef* start = s->outbuf;
@@ -330,10 +388,17 @@ bool qxigzstream::gzi_inflate(qxistream* inner, gz_stream* s,
     s->crc = static_cast<unsigned int>(
         crc32(s->crc, start, static_cast<uInt>(s->stream.next_out - start)));
     if (getLong(s, inner) != s->crc) {
+      // A stored CRC cut short is counted as the cut, not as a mismatch.
+      Damage(s, kCrcError);
       s->z_err = Z_DATA_ERROR;
     } else {
-      // Deliberate: the stored length is read but not compared.
-      (void)getLong(s, inner);
+      // Deliberate: a wrong stored length does not stop the stream; it is
+      // only recorded for error().
+      unsigned long length = getLong(s, inner);
+      if (s->z_err != Z_DATA_ERROR &&
+          length != ((s->stream.total_out - s->memberstart) & 0xFFFFFFFFUL)) {
+        Damage(s, kLengthError);
+      }
       check_header(s, inner);
       if (s->z_err == Z_OK) {
         uLong totalIn = s->stream.total_in;
@@ -342,10 +407,16 @@ bool qxigzstream::gzi_inflate(qxistream* inner, gz_stream* s,
         s->stream.total_in = totalIn;
         s->stream.total_out = totalOut;
         s->crc = static_cast<unsigned int>(crc32(0L, Z_NULL, 0));
+        s->memberstart = totalOut;
       }
     }
     avail = s->stream.avail_out;
     return true;
+  }
+  if (s->z_err == Z_MEM_ERROR) {
+    Fail(s, ENOMEM, nullptr);
+  } else {
+    Damage(s, kFormatError);
   }
   Report("qxigzstream fill error", s->stream.msg);
   return false;
@@ -360,6 +431,7 @@ bool qxigzstream::_qxfill() {
     gzi_init(_stream, _gz);
   }
   if (_gz->z_eof) {
+    Collect();
     _eof = true;
     return false;
   }
@@ -367,9 +439,13 @@ bool qxigzstream::_qxfill() {
   for (;;) {
     long long avail;
     if (!gzi_inflate(_stream, _gz, avail)) {
+      Collect();
       _ptr = _end = _begin = _buffer;
       _eof = true;
       return false;
+    }
+    if (_gz->error != 0) {
+      Collect();
     }
     long long produced = kChunk - avail;
     _ptr = _begin = _buffer;
@@ -463,6 +539,7 @@ unsigned long long qxigzstream::_qxsize() {
       total += produced;
     }
   }
+  Collect();
   _size = total;
   _sizeknown = true;
   // The block now holds the last piece unpacked; stay inside it if the old
@@ -539,6 +616,7 @@ bool qxogzstream::Start() {
   int err = deflateInit2(&s->stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED,
                          -MAX_WBITS, 8, Z_DEFAULT_STRATEGY);
   if (err != Z_OK) {
+    SetError(SystemErrorOf(err));
     Report("qxogzstream init error", s->stream.msg);
     if (s->inuse) {
       EndDeflate(s, true);
@@ -590,6 +668,7 @@ bool qxogzstream::_qxflush() {
     if (s->stream.avail_out == 0) {
       if (_stream->write(reinterpret_cast<char*>(s->outbuf), kChunk) !=
           kChunk) {
+        LostWrite();
         _eof = true;
         _ptr = _end;
         return false;
@@ -599,6 +678,7 @@ bool qxogzstream::_qxflush() {
     }
     s->z_err = deflate(&s->stream, Z_NO_FLUSH);
     if (s->z_err != Z_OK) {
+      SetError(SystemErrorOf(s->z_err));
       Report("qxogzstream flush error", s->stream.msg);
       break;
     }
@@ -623,6 +703,22 @@ void qxogzstream::_qxclear() {
   } scope(_clearing);
   _qxflush();
   gzo_clear(_stream, _gz);
+  if (_gz->z_err == Z_ERRNO) {
+    LostWrite();
+  }
+  if (_gz->error != 0) {
+    SetError(_gz->error, _gz->errortext);
+    _gz->error = 0;
+    _gz->errortext = nullptr;
+  }
+}
+
+void qxogzstream::LostWrite() {
+  if (_stream != nullptr) {
+    TakeError(*_stream);
+  }
+  // An inner stream that keeps no cause still lost the bytes.
+  SetError(EIO);
 }
 
 void qxogzstream::gzo_clear(qxostream* inner, gz_stream* s) {
@@ -656,6 +752,7 @@ void qxogzstream::gzo_clear(qxostream* inner, gz_stream* s) {
     }
     done = s->stream.avail_out != 0 || s->z_err == Z_STREAM_END;
     if (s->z_err != Z_OK && s->z_err != Z_STREAM_END) {
+      Fail(s, SystemErrorOf(s->z_err), nullptr);
       break;
     }
   }

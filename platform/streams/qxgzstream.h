@@ -61,6 +61,9 @@ class QXPLATFORM_EXPORT qxigzstream : public qxiwrapperstream {
   bool Forward(unsigned long long target);
   bool RewindInner();
   void EndInflate();
+  // Hands the inner stream's failure and the damage found so far to
+  // error().
+  void Collect();
 };
 
 // Packs what is written into one gzip member on an inner stream. Data leave
@@ -100,6 +103,8 @@ class QXPLATFORM_EXPORT qxogzstream : public qxowrapperstream {
 
  private:
   bool Start();
+  // Records why the inner stream refused compressed bytes.
+  void LostWrite();
 };
 
 }  // namespace QXPlatform

@@ -1,5 +1,7 @@
 #include "qxsstream.h"
 
+#include <errno.h>
+
 #include <string.h>
 
 #include <algorithm>
@@ -193,6 +195,10 @@ bool qxosstream::_qxflush() {
     _offset += static_cast<unsigned long long>(_ptr - _buffer);
     _ptr = _buffer;
     return true;
+  }
+  if (_ptr == _end) {
+    // The caller's memory is full: what did not fit is lost.
+    SetError(ENOSPC);
   }
   _ptr = _begin = _end = _buffer;
   _eof = true;

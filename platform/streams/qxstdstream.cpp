@@ -1,5 +1,7 @@
 #include "qxstdstream.h"
 
+#include <errno.h>
+
 #include <istream>
 #include <ostream>
 
@@ -48,6 +50,7 @@ bool qxistdstream::set(std::istream* s, bool own) {
   }
   LetGo();
   Reset();
+  ClearError();
   _stream = s;
   _own = own;
   if (s == nullptr || (s->rdstate() & (std::ios::badbit | std::ios::failbit))) {
@@ -75,6 +78,10 @@ bool qxistdstream::_qxfill() {
   }
   _stream->read(_buffer, static_cast<std::streamsize>(kBlockSize));
   std::streamsize got = _stream->gcount();
+  if (_stream->bad()) {
+    // A standard stream keeps no cause, only that reading failed.
+    SetError(EIO);
+  }
   if (got <= 0) {
     // Deliberate: at the end the adapter lets go, so the position reads 0.
     LetGo();
@@ -111,6 +118,9 @@ qxostdstream::~qxostdstream() {
 void qxostdstream::LetGo(bool flushFirst) {
   if (flushFirst && _stream != nullptr) {
     _stream->flush();
+    if (_stream->fail()) {
+      SetError(EIO);
+    }
   }
   if (_stream != nullptr && _own) {
     delete _stream;
@@ -134,6 +144,7 @@ bool qxostdstream::set(std::ostream* s, bool own) {
   }
   LetGo(true);
   Reset();
+  ClearError();
   _stream = s;
   _own = own;
   if (s == nullptr || (s->rdstate() & (std::ios::badbit | std::ios::failbit))) {
@@ -168,8 +179,13 @@ bool qxostdstream::_qxflush() {
   unsigned int len = static_cast<unsigned int>(_ptr - _buffer);
   _stream->write(_buffer, static_cast<std::streamsize>(len));
   _stream->flush();
+  // A standard stream keeps no cause, only that writing failed. The result
+  // stays true all the same.
+  if (_stream->fail()) {
+    SetError(EIO);
+  }
   // Deliberate: the offset is replaced by the bytes just written, not added
-  // to; the standard stream's state is not looked at.
+  // to; the standard stream's state is not looked at for the result.
   _offset = len;
   _ptr = _buffer;
   return true;

@@ -289,6 +289,8 @@ bool qxostream::_qxflush() {
     if (_ptr != _end) {
       return true;
     }
+    // The caller's memory is full: what did not fit is lost.
+    SetError(ENOSPC);
     _end = _begin;
   }
   // Deliberate: the span length is counted as a 32-bit quantity, enough for

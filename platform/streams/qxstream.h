@@ -186,7 +186,9 @@ class QXPLATFORM_EXPORT qxstream {
   void SetError(int code, const char* text = nullptr);
   // Records the failure of a stream this one reads from or writes to.
   void TakeError(const qxstream& inner) {
-    SetError(inner._error, inner._errortext);
+    if (inner._error != 0 && _error == 0) {
+      SetError(inner._error, inner._errortext);
+    }
   }
   // Forgets the recorded failure; opening does this.
   void ClearError() {

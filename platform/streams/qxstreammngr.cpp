@@ -189,11 +189,13 @@ qxostream* QXStreamManager::OpenOStream(const char* name) {
   return s;
 }
 
-void QXStreamManager::CloseIStream(qxistream* s) {
+int QXStreamManager::CloseIStream(qxistream* s) {
   if (s == nullptr) {
-    return;
+    return 0;
   }
   s->close();
+  // Asked before the stream is disposed of; closing keeps the status.
+  int error = s->error();
   std::lock_guard<std::mutex> lock(_private->inputLock);
   // Deliberate: the entry stays after closing; a later stream at the same
   // address from a handler overwrites it.
@@ -203,13 +205,15 @@ void QXStreamManager::CloseIStream(qxistream* s) {
   } else {
     delete s;
   }
+  return error;
 }
 
-void QXStreamManager::CloseOStream(qxostream* s) {
+int QXStreamManager::CloseOStream(qxostream* s) {
   if (s == nullptr) {
-    return;
+    return 0;
   }
   s->close();
+  int error = s->error();
   std::lock_guard<std::mutex> lock(_private->outputLock);
   auto closer = _private->outputClosers.find(s);
   if (closer != _private->outputClosers.end()) {
@@ -217,6 +221,7 @@ void QXStreamManager::CloseOStream(qxostream* s) {
   } else {
     delete s;
   }
+  return error;
 }
 
 bool QXStreamManager::RegisterIStream(const char* prefix, IOpener open,
@@ -246,6 +251,14 @@ qxostream* QXOpenOStream(const char* name) {
 void QXCloseIStream(qxistream* s) { QXStreamMngr().CloseIStream(s); }
 
 void QXCloseOStream(qxostream* s) { QXStreamMngr().CloseOStream(s); }
+
+int QXCloseIStreamChecked(qxistream* s) {
+  return QXStreamMngr().CloseIStream(s);
+}
+
+int QXCloseOStreamChecked(qxostream* s) {
+  return QXStreamMngr().CloseOStream(s);
+}
 
 bool QXRegisterIStream(const char* prefix, qxistream* (*open)(const char* name),
                        void (*close)(qxistream* s)) {

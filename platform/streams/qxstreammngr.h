@@ -37,6 +37,20 @@ QXPLATFORM_EXPORT void QXCloseIStream(qxistream* s);
 // Closes s (flushing it; a gzip stream writes its trailer) and disposes of
 // it as QXCloseIStream does. Null is ignored. Any thread.
 QXPLATFORM_EXPORT void QXCloseOStream(qxostream* s);
+// Exactly QXCloseIStream, and then tells whether anything failed: 0 when
+// nothing did (reaching the end of the data is not a failure), else the
+// stream's error() as it stood after closing, taken before the stream is
+// disposed of: an errno value such as EIO, or EBADMSG for damaged gzip input
+// (the stream's errortext() says which damage; strerror does not). 0 for
+// null. Any thread.
+QXPLATFORM_EXPORT int QXCloseIStreamChecked(qxistream* s);
+// Exactly QXCloseOStream, and then tells whether every byte written reached
+// its destination: 0 when nothing failed, else the stream's error() after
+// the last block, the gzip trailer and the closing of the file: ENOSPC for
+// a full device, EFBIG past the file-size limit, EPIPE for a reader that has
+// gone, EIO, ... The result is the only way left to learn of a lost write,
+// since the stream is gone afterwards. 0 for null. Any thread.
+QXPLATFORM_EXPORT int QXCloseOStreamChecked(qxostream* s);
 // Registers open and close for names whose part before the first ':' is
 // prefix (a name without ':' is its own prefix), replacing an earlier pair.
 // True. Handlers cannot be removed. Any thread.
@@ -79,6 +93,8 @@ class QXPLATFORM_EXPORT QXStreamManager {
   friend qxostream* QXOpenOStream(const char* name);
   friend void QXCloseIStream(qxistream* s);
   friend void QXCloseOStream(qxostream* s);
+  friend int QXCloseIStreamChecked(qxistream* s);
+  friend int QXCloseOStreamChecked(qxostream* s);
   friend bool QXRegisterIStream(const char* prefix, IOpener open,
                                 ICloser close);
   friend bool QXRegisterOStream(const char* prefix, OOpener open,
@@ -91,8 +107,8 @@ class QXPLATFORM_EXPORT QXStreamManager {
   // Puts s back on its first byte after bytes were looked at.
   void RewindToFirstByte(qxistream* s);
   qxostream* OpenOStream(const char* name);
-  void CloseIStream(qxistream* s);
-  void CloseOStream(qxostream* s);
+  int CloseIStream(qxistream* s);
+  int CloseOStream(qxostream* s);
   bool RegisterIStream(const char* prefix, IOpener open, ICloser close);
   bool RegisterOStream(const char* prefix, OOpener open, OCloser close);
 

@@ -39,6 +39,7 @@ bool qxiwrapperstream::set(qxistream* inner, bool owned) {
       delete _stream;
     }
     Reset();
+    ClearError();
     _stream = inner;
     _owned = owned;
   }
@@ -53,6 +54,9 @@ bool qxiwrapperstream::set(qxistream* inner, bool owned) {
 
 void qxiwrapperstream::clear() {
   _qxclear();
+  if (_stream != nullptr) {
+    TakeError(*_stream);
+  }
   if (_owned) {
     delete _stream;
   }
@@ -71,6 +75,10 @@ bool qxiwrapperstream::_qxfill() {
     return false;
   }
   unsigned long n = _stream->read(_buffer, kBlockSize);
+  if (n < kBlockSize) {
+    // A short read is the end of the inner stream, or its failure.
+    TakeError(*_stream);
+  }
   if (n > 0) {
     _offset += static_cast<unsigned long long>(_ptr - _buffer);
     _ptr = _begin = _buffer;
@@ -160,6 +168,7 @@ bool qxowrapperstream::set(qxostream* inner, bool owned) {
     }
   }
   Reset();
+  ClearError();
   _stream = inner;
   _owned = owned;
   if (inner == nullptr || (inner->_ptr == inner->_end && inner->_eof)) {
@@ -175,6 +184,12 @@ void qxowrapperstream::clear() {
   _qxclear();
   if (_stream != nullptr) {
     _stream->flush();
+    if (_owned) {
+      // Closed before it is deleted, so that a failure of the last write or
+      // of closing the device reaches this stream's error().
+      _stream->close();
+    }
+    TakeError(*_stream);
     if (_owned) {
       delete _stream;
     }
@@ -196,6 +211,7 @@ bool qxowrapperstream::_qxflush() {
   unsigned long n = static_cast<unsigned long>(_ptr - _buffer);
   _stream->write(_buffer, n);
   bool ok = _stream->flush();
+  TakeError(*_stream);
   _offset += n;
   _ptr = _buffer;
   return ok;
@@ -268,6 +284,8 @@ bool qxmultiostream::_qxflush() {
     }
     entry.first->write(_buffer, n);
     ok = entry.first->flush() && ok;
+    // The first target to fail is the one reported.
+    TakeError(*entry.first);
   }
   _offset += n;
   _ptr = _buffer;
