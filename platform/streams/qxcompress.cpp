@@ -1,5 +1,6 @@
 #include "qxcompress.h"
 
+#include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -101,7 +102,8 @@ bool ZstdCompress(ZstdCStreamStorage& z, std::string& out, const char* data,
   return true;
 }
 
-void GzUncompress(std::string& out, const char* data, size_t len) {
+// Returns the gzip stream's error(): 0, or EBADMSG for damaged data.
+int GzUncompress(std::string& out, const char* data, size_t len) {
   qxisstream source(data, static_cast<unsigned long>(len), false);
   qxigzstream gz(&source, false);
   char piece[kGzReadPiece];
@@ -115,6 +117,7 @@ void GzUncompress(std::string& out, const char* data, size_t len) {
       break;
     }
   }
+  return gz.error();
 }
 
 bool ZstdUncompress(ZstdDStreamStorage& z, std::string& out, const char* data,
@@ -142,6 +145,49 @@ bool ZstdUncompress(ZstdDStreamStorage& z, std::string& out, const char* data,
   // Deliberate: bytes the decoder still holds once all input is taken are
   // not drained.
   return true;
+}
+
+// As ZstdUncompress, but on a decoder started afresh, with what it still
+// holds drained, and left afresh for the next call: a frame cut short is
+// reported as EBADMSG instead of being continued by a later call. *ok gets
+// what ZstdUncompress gives on a fresh decoder.
+int ZstdUncompressChecked(ZstdDStreamStorage& z, std::string& out,
+                          const char* data, size_t len, bool* ok) {
+  ZSTD_DCtx_reset(z.stream, ZSTD_reset_session_only);
+  *ok = true;
+  if (len == 0 || data == nullptr) {
+    return 0;
+  }
+  ZSTD_inBuffer in = {data, len, 0};
+  size_t status = 0;
+  while (in.pos < in.size) {
+    ZSTD_outBuffer piece = {z.block, z.size, 0};
+    size_t before = in.pos;
+    status = ZSTD_decompressStream(z.stream, &piece, &in);
+    if (ZSTD_isError(status)) {
+      ZSTD_DCtx_reset(z.stream, ZSTD_reset_session_only);
+      *ok = false;
+      return EBADMSG;
+    }
+    out.append(z.block, piece.pos);
+    if (in.pos == before) {
+      ZSTD_DCtx_reset(z.stream, ZSTD_reset_session_only);
+      *ok = false;
+      return EBADMSG;
+    }
+  }
+  // 0 means every frame is complete and flushed; anything else that makes
+  // no more output is a frame cut short.
+  while (status != 0) {
+    ZSTD_outBuffer piece = {z.block, z.size, 0};
+    status = ZSTD_decompressStream(z.stream, &piece, &in);
+    if (ZSTD_isError(status) || piece.pos == 0) {
+      break;
+    }
+    out.append(z.block, piece.pos);
+  }
+  ZSTD_DCtx_reset(z.stream, ZSTD_reset_session_only);
+  return status != 0 ? EBADMSG : 0;
 }
 
 }  // namespace
@@ -219,6 +265,31 @@ bool QXUncompress(std::string& out, const char* data, size_t len,
 bool QXUncompress(std::string& out, const std::string& data,
                   const char* method) {
   return QXUncompress(out, data.data(), data.size(), method);
+}
+
+bool QXUncompress(std::string& out, const char* data, size_t len,
+                  const char* method, int* error) {
+  ZstdDStreamStorage& z = DecompressionStorage();
+  bool ok = true;
+  int failure = 0;
+  if (IsMethod(method, "gz")) {
+    failure = GzUncompress(out, data, len);
+  } else if (IsMethod(method, "zstd")) {
+    failure = ZstdUncompressChecked(z, out, data, len, &ok);
+  } else {
+    out.clear();
+    ok = false;
+    failure = EINVAL;
+  }
+  if (error != nullptr) {
+    *error = failure;
+  }
+  return ok;
+}
+
+bool QXUncompress(std::string& out, const std::string& data, const char* method,
+                  int* error) {
+  return QXUncompress(out, data.data(), data.size(), method, error);
 }
 
 bool QXCompressionAvailable(const char* method) {

@@ -45,6 +45,26 @@ QXPLATFORM_EXPORT bool QXUncompress(std::string& out, const char* data,
 QXPLATFORM_EXPORT bool QXUncompress(std::string& out, const std::string& data,
                                     const char* method);
 
+// QXUncompress that also tells damaged input from sound input. The result
+// and out are those of the form above, with two differences for "zstd": the
+// call starts from a fresh decoder and leaves one behind (a frame cut short
+// by an earlier call on the thread is not continued, and one cut short here
+// is not left for the next call), and what the decoder still holds once the
+// input is taken is drained into out. *error (when error is not null) gets
+// 0 when the data were sound, or EBADMSG when they were cut short (inside a
+// gzip member or its trailer, or inside a zstd frame), failed their CRC or
+// length check, or were not valid compressed data; EINVAL for an unknown or
+// null method, which also gives false. Data that are not gzip at all pass
+// through "gz" unchanged with 0, as the gzip streams deliver them. A
+// ruined result is not thrown away: out keeps what could be unpacked. Any
+// thread; memory exhaustion throws std::bad_alloc.
+QXPLATFORM_EXPORT bool QXUncompress(std::string& out, const char* data,
+                                    size_t len, const char* method,
+                                    int* error);
+// The same with the bytes of data.
+QXPLATFORM_EXPORT bool QXUncompress(std::string& out, const std::string& data,
+                                    const char* method, int* error);
+
 // True when method is not null and begins with "gz". Deliberately false for
 // "zstd", which the functions above accept all the same. Any thread.
 QXPLATFORM_EXPORT bool QXCompressionAvailable(const char* method);

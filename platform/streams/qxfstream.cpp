@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -31,14 +32,29 @@ long WriteRetryingOnInterrupt(int fd, const char* from, unsigned long size) {
   return put;
 }
 
-// Why a write(2) stored fewer bytes than asked without an errno: the file
-// reached the size limit of the process, or the device is full. The rest of
-// the block is not retried (that would change what reaches the file), so the
-// cause is read off the descriptor instead.
+// Why a write(2) stored fewer bytes than asked without an errno. The rest of
+// the block is not retried (that would change what reaches the file), so
+// the cause is read off the descriptor instead: a pipe or socket whose
+// reader has gone, a file at the size limit of the process, a full device.
 int ShortWriteCause(int fd) {
+  struct stat st;
+  if (fstat(fd, &st) != 0) {
+    return EIO;
+  }
+  if (S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode)) {
+    struct pollfd p = {fd, POLLOUT, 0};
+    if (poll(&p, 1, 0) == 1 && (p.revents & (POLLERR | POLLHUP)) != 0) {
+      return EPIPE;
+    }
+    return EIO;
+  }
+  if (!S_ISREG(st.st_mode) && !S_ISBLK(st.st_mode)) {
+    return EIO;
+  }
   struct rlimit limit;
   off_t at = lseek(fd, 0, SEEK_CUR);
-  if (at != -1 && getrlimit(RLIMIT_FSIZE, &limit) == 0 &&
+  if (S_ISREG(st.st_mode) && at != -1 &&
+      getrlimit(RLIMIT_FSIZE, &limit) == 0 &&
       limit.rlim_cur != RLIM_INFINITY &&
       static_cast<unsigned long long>(at) >= limit.rlim_cur) {
     return EFBIG;

@@ -74,14 +74,21 @@ int RunCat(int argc, char** argv) {
       continue;
     }
     bool ok = CopyToOutput(*in);
-    QXPlatform::QXCloseIStream(in);
+    // Damaged or unreadable input ends like the end of the data; the status
+    // tells them apart. The text is taken before the stream is gone.
+    std::string why = WhyFailed(*in, EIO);
+    int failure = QXPlatform::QXCloseIStreamChecked(in);
     if (!ok) {
-      Complain("cat", "standard output", "write failed");
+      Complain("cat", "standard output", WhyFailed(qxout, EIO));
       return kExitFailure;
+    }
+    if (failure != 0) {
+      Complain("cat", Shown(name, "standard input"), why);
+      status = kExitFailure;
     }
   }
   if (!qxout.flush()) {
-    Complain("cat", "standard output", "write failed");
+    Complain("cat", "standard output", WhyFailed(qxout, EIO));
     return kExitFailure;
   }
   return status;

@@ -1,6 +1,10 @@
 // compress and uncompress: whole-buffer compression of a file or of standard
 // input, with the method named on the command line.
 
+#include <errno.h>
+#include <string.h>
+
+#include <new>
 #include <string>
 #include <vector>
 
@@ -74,9 +78,14 @@ std::string Parse(int argc, char** argv, Arguments* args) {
 }
 
 // Reads all of a file (or standard input for "-") into data.
+// A read error (a directory, a failing device) is reported and gives false.
 bool ReadAll(const char* command, const std::string& name, std::string* data) {
   if (name == "-") {
     QXPlatform::qxin.read(*data);
+    if (QXPlatform::qxin.error() != 0) {
+      Complain(command, "standard input", QXPlatform::qxin.errortext());
+      return false;
+    }
     return true;
   }
   QXPlatform::qxifstream in(name.c_str());
@@ -85,6 +94,10 @@ bool ReadAll(const char* command, const std::string& name, std::string* data) {
     return false;
   }
   in.read(*data);
+  if (in.error() != 0) {
+    Complain(command, name, in.errortext());
+    return false;
+  }
   return true;
 }
 
@@ -103,10 +116,43 @@ bool WriteAll(const char* command, const std::string& name,
   bool ok = out->write(data) == data.size() || data.empty();
   ok = out->flush() && ok;
   if (name != "-") {
+    // Closing may be the first to hear of a lost write.
     file.close();
   }
-  if (!ok) {
-    Complain(command, name == "-" ? "standard output" : name, "write failed");
+  if (!ok || out->error() != 0) {
+    Complain(command, Shown(name, "standard output"), WhyFailed(*out, EIO));
+    return false;
+  }
+  return true;
+}
+
+// Compresses or uncompresses data into result; false when the method
+// refuses the data. Damage found in data that still unpack in part is put
+// into damage, in the words of the gzip streams for gz ("unexpected end of
+// file", "invalid compressed data--crc error", ...).
+bool Transform(bool compress, const std::string& method,
+               const std::string& data, std::string* result,
+               std::string* damage) {
+  if (compress) {
+    return QXPlatform::QXCompress(*result, data, method.c_str());
+  }
+  if (method == "gz") {
+    // The stream itself, for the kind of damage: QXUncompress gives only
+    // EBADMSG. What it delivers is what QXUncompress would.
+    QXPlatform::qxisstream source(data.data(), data.size(), false);
+    QXPlatform::qxigzstream gz(&source, false);
+    gz.read(*result);
+    if (gz.error() != 0) {
+      *damage = gz.errortext();
+    }
+    return true;
+  }
+  int error = 0;
+  bool ok = QXPlatform::QXUncompress(*result, data, method.c_str(), &error);
+  if (ok && error != 0) {
+    // A zstd decoder that took all the input without an error and still
+    // wants more: the frame was cut short.
+    *damage = "unexpected end of file";
   }
   return ok;
 }
@@ -127,25 +173,43 @@ int Run(const char* command, bool compress, int argc, char** argv,
     return kExitFailure;
   }
   std::string result;
-  bool ok = compress ? QXPlatform::QXCompress(result, data, args.method.c_str())
-                     : QXPlatform::QXUncompress(result, data, args.method.c_str());
+  std::string damage;
+  bool ok = Transform(compress, args.method, data, &result, &damage);
   if (!ok) {
-    Complain(command, args.in == "-" ? "standard input" : args.in,
+    Complain(command, Shown(args.in, "standard input"),
              compress ? "compression failed"
                       : "not valid " + args.method + " data");
+    return kExitFailure;
+  }
+  if (!damage.empty()) {
+    Complain(command, Shown(args.in, "standard input"), damage);
     return kExitFailure;
   }
   return WriteAll(command, args.out, result) ? kExitOk : kExitFailure;
 }
 
+// Run, with memory exhaustion (a huge input, or a small one that unpacks to
+// more than memory holds) reported like any other failure.
+int RunGuarded(const char* command, bool compress, int argc, char** argv,
+               void (*help)(FILE*)) {
+  try {
+    return Run(command, compress, argc, argv, help);
+  } catch (const std::bad_alloc&) {
+    Arguments args;
+    Parse(argc, argv, &args);
+    Complain(command, Shown(args.in, "standard input"), strerror(ENOMEM));
+    return kExitFailure;
+  }
+}
+
 }  // namespace
 
 int RunCompress(int argc, char** argv) {
-  return Run("compress", true, argc, argv, PrintCompressHelp);
+  return RunGuarded("compress", true, argc, argv, PrintCompressHelp);
 }
 
 int RunUncompress(int argc, char** argv) {
-  return Run("uncompress", false, argc, argv, PrintUncompressHelp);
+  return RunGuarded("uncompress", false, argc, argv, PrintUncompressHelp);
 }
 
 }  // namespace qxtool

@@ -1,6 +1,9 @@
 // write: copies standard input to a stream opened by name; ".gz" anywhere in
 // the name compresses.
 
+#include <errno.h>
+#include <string.h>
+
 #include <string>
 
 #include <QXPlatform/QXPlatform.h>
@@ -57,9 +60,15 @@ int RunWrite(int argc, char** argv) {
   if (ok && name.find(".gz") == std::string::npos) {
     ok = out->flush();
   }
-  QXPlatform::QXCloseOStream(out);
-  if (!ok) {
-    Complain("write", name, "write failed");
+  // The last block, the gzip trailer and closing the file may still fail;
+  // the checked close is the last chance to hear of it.
+  int failure = QXPlatform::QXCloseOStreamChecked(out);
+  if (!ok || failure != 0) {
+    Complain("write", name, strerror(failure != 0 ? failure : EIO));
+    return kExitFailure;
+  }
+  if (QXPlatform::qxin.error() != 0) {
+    Complain("write", "standard input", QXPlatform::qxin.errortext());
     return kExitFailure;
   }
   return kExitOk;

@@ -8,6 +8,8 @@
 
 #include <string>
 
+#include <QXPlatform/streams/qxstream.h>
+
 namespace qxtool {
 
 const int kExitOk = 0;
@@ -35,5 +37,11 @@ bool WantsHelp(int argc, char** argv);
 std::string WhyUnreadable(const std::string& name);
 // The reason a named file could not be created.
 std::string WhyUnwritable(const std::string& name);
+// The reason a stream failed: its errortext() when it recorded a failure
+// (the system's words, or the kind of damage of compressed input), else the
+// system's text for fallback.
+std::string WhyFailed(const QXPlatform::qxstream& s, int fallback);
+// How a file or standard input/output is named in messages.
+std::string Shown(const std::string& name, const char* standard);
 
 }  // namespace qxtool

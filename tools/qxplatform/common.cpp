@@ -54,6 +54,17 @@ std::string WhyUnreadable(const std::string& name) {
   return "cannot be opened";
 }
 
+std::string WhyFailed(const QXPlatform::qxstream& s, int fallback) {
+  if (s.error() != 0) {
+    return s.errortext();
+  }
+  return strerror(fallback);
+}
+
+std::string Shown(const std::string& name, const char* standard) {
+  return name == "-" ? standard : name;
+}
+
 std::string WhyUnwritable(const std::string& name) {
   int fd = open(name.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
   if (fd < 0) {

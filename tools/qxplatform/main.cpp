@@ -1,8 +1,12 @@
 // qxplatform: a command-line front end to the library's streams, buffer
 // compression, system information and version report.
 
+#include <errno.h>
+#include <signal.h>
 #include <stdio.h>
+#include <string.h>
 
+#include <new>
 #include <string>
 
 #include "commands.h"
@@ -29,9 +33,29 @@ void PrintHelp() {
       stdout);
 }
 
+// Runs the command named by argv[1]; its exit status.
+int Dispatch(int argc, char** argv);
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  // A reader that has gone and a file-size limit then show as write errors
+  // (EPIPE, EFBIG) that the commands report with status 1, instead of
+  // ending the process by a signal with the data silently cut.
+  signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);
+  try {
+    return Dispatch(argc, argv);
+  } catch (const std::bad_alloc&) {
+    fprintf(stderr, "qxplatform %s: memory: %s\n", argc > 1 ? argv[1] : "",
+            strerror(ENOMEM));
+    return qxtool::kExitFailure;
+  }
+}
+
+namespace {
+
+int Dispatch(int argc, char** argv) {
   if (argc < 2) {
     PrintHelp();
     return qxtool::kExitUsage;
@@ -65,3 +89,5 @@ int main(int argc, char** argv) {
   fputs("Run 'qxplatform --help' for the list of commands.\n", stderr);
   return qxtool::kExitUsage;
 }
+
+}  // namespace
