@@ -41,6 +41,15 @@ std::string PrefixOf(const char* name) {
                           : std::string(name);
 }
 
+// The magic of a zstd frame, or of a skippable frame (0x184D2A50 to
+// 0x184D2A5F, least significant byte first), which some writers put first.
+bool IsZstdMagic(const unsigned char* bytes) {
+  static const unsigned char kFrame[4] = {0x28, 0xB5, 0x2F, 0xFD};
+  static const unsigned char kSkippable[3] = {0x2A, 0x4D, 0x18};
+  return memcmp(bytes, kFrame, 4) == 0 ||
+         ((bytes[0] & 0xF0) == 0x50 && memcmp(bytes + 1, kSkippable, 3) == 0);
+}
+
 bool EndsWith(const char* name, const char* tail) {
   size_t n = strlen(name);
   size_t t = strlen(tail);
@@ -107,17 +116,17 @@ void QXStreamManager::RewindToFirstByte(qxistream* s) {
 }
 
 qxistream* QXStreamManager::UnpackZstd(qxistream* s) {
-  if (!QXGetZstdStreams() || static_cast<unsigned char>(*s->_ptr) != 0x28) {
+  unsigned char first = static_cast<unsigned char>(*s->_ptr);
+  if (!QXGetZstdStreams() || (first != 0x28 && (first & 0xF0) != 0x50)) {
     return s;
   }
-  static const unsigned char kMagic[4] = {0x28, 0xB5, 0x2F, 0xFD};
   bool packed;
   if (s->_end - s->_ptr >= 4) {
-    packed = memcmp(s->_ptr, kMagic, 4) == 0;
+    packed = IsZstdMagic(reinterpret_cast<unsigned char*>(s->_ptr));
   } else {
     // The magic straddles spans: look at it byte by byte, then go back.
-    unsigned char first[4];
-    packed = s->read(first, 4) == 4 && memcmp(first, kMagic, 4) == 0;
+    unsigned char magic[4];
+    packed = s->read(magic, 4) == 4 && IsZstdMagic(magic);
     RewindToFirstByte(s);
   }
   if (packed) {

@@ -120,7 +120,8 @@ class QXPLATFORM_EXPORT qxozstdstream : public qxowrapperstream {
 };
 
 // Lets QXOpenIStream unpack data starting with the zstd magic bytes 0x28 0xB5
-// 0x2F 0xFD (recognised by content, as gzip is) and QXOpenOStream pack names
+// 0x2F 0xFD or with a skippable frame (recognised by content, as gzip is)
+// and QXOpenOStream pack names
 // ending in ".zst" as zstd (level 3, checksum on). Off by default: then zstd
 // data are opened as plain bytes and ".zst" names written plain. Any thread,
 // at any time; a stream already open keeps what it was opened as.

@@ -44,19 +44,32 @@ std::string GzStream(const std::string& payload, int level) {
   return sink.str();
 }
 
-// One zstd frame decoded by libzstd alone; "<bad>" when it does not decode.
+// One zstd frame decoded by libzstd alone; "<bad>" when it does not decode
+// whole.
 std::string ZstdDecode(const std::string& frame) {
-  unsigned long long size =
-      ZSTD_getFrameContentSize(frame.data(), frame.size());
-  if (size == ZSTD_CONTENTSIZE_ERROR || size == ZSTD_CONTENTSIZE_UNKNOWN) {
-    return "<bad>";
+  ZSTD_DStream* d = ZSTD_createDStream();
+  ZSTD_inBuffer in = {frame.data(), frame.size(), 0};
+  std::vector<char> piece(ZSTD_DStreamOutSize());
+  std::string out;
+  size_t status = 1;
+  while (in.pos < in.size) {
+    ZSTD_outBuffer o = {piece.data(), piece.size(), 0};
+    status = ZSTD_decompressStream(d, &o, &in);
+    if (ZSTD_isError(status)) {
+      break;
+    }
+    out.append(piece.data(), o.pos);
   }
-  std::string out(static_cast<size_t>(size), '\0');
-  size_t n = ZSTD_decompress(&out[0], out.size(), frame.data(), frame.size());
-  if (ZSTD_isError(n) || n != size) {
-    return "<bad>";
+  while (status != 0 && !ZSTD_isError(status)) {
+    ZSTD_outBuffer o = {piece.data(), piece.size(), 0};
+    status = ZSTD_decompressStream(d, &o, &in);
+    out.append(piece.data(), o.pos);
+    if (o.pos == 0) {
+      break;
+    }
   }
-  return out;
+  ZSTD_freeDStream(d);
+  return status == 0 ? out : "<bad>";
 }
 
 TEST(qxogzstreamTest, LevelIsZlibsLevel) {

@@ -126,6 +126,17 @@ TEST_F(ZstdSwitchTest, OnOpenIStreamUnpacksByContent) {
   EXPECT_EQ(ReadThroughManager(Path("data.bin")), payload + "tail");
 }
 
+TEST_F(ZstdSwitchTest, OnDataStartingWithASkippableFrameAreUnpacked) {
+  QXSetZstdStreams(true);
+  std::string payload = SampleText(10000, 9);
+  std::string skippable("\x5E\x2A\x4D\x18\x02\0\0\0ab", 10);
+  WriteFile(Path("skip.bin"), skippable + Frame(payload));
+  EXPECT_EQ(ReadThroughManager(Path("skip.bin")), payload);
+  // Three bytes of that magic and then something else are plain data.
+  WriteFile(Path("near"), "\x5E\x2A\x4D\x19 text");
+  EXPECT_EQ(ReadThroughManager(Path("near")), "\x5E\x2A\x4D\x19 text");
+}
+
 TEST_F(ZstdSwitchTest, OnNearMissesOfTheMagicStayPlain) {
   QXSetZstdStreams(true);
   for (const std::string& bytes :
