@@ -75,9 +75,13 @@ QXPLATFORM_EXPORT unsigned long QX_io_read_binary(qxistream& in,
 
 // Compressed arrays of N values at n bits each. For n below 32 the values
 // form one bit stream, least significant bit first, value after value with
-// no gaps, in P = (N * n, in 32-bit arithmetic) / 8 + 1 bytes; bits after the
-// last value are zero. Values must be below 2^n: larger ones spill into the
-// following values' bits (and bits past the P bytes are dropped). For n of
+// no gaps, in (N * n) / 8 + 1 bytes; bits after the last value are zero. The
+// size returned is P = (N * n, in 32-bit arithmetic) / 8 + 1, which wraps
+// once N * n reaches 2^32; the image does not: every value is written and
+// read at its own bit position, so past 2^32 bits the image is larger than P
+// (a buffer needs (N * n, without the wrap) / 8 + 1 bytes, and the stream
+// forms move that many). Values must be below 2^n: larger ones spill into
+// the following values' bits (bits past the image are dropped). For n of
 // 32 or more every value is a plain big-endian 4-byte word. A float array
 // with n below 32 starts with its maximum and minimum as big-endian floats,
 // then its values quantised onto n bits between them. No count or width is
@@ -90,7 +94,7 @@ QXPLATFORM_EXPORT unsigned long QX_io_read_binary(qxistream& in,
 // Packs values into dst; returns P for n < 32, else N * 4.
 QXPLATFORM_EXPORT unsigned long QX_io_write_binary_compressed(
     unsigned char* dst, unsigned int* values, unsigned int n, unsigned int N);
-// As above, handing the P bytes to out in one write (n < 32) or one write
+// As above, handing the image to out in one write (n < 32) or one write
 // per value; returns P or N * 4 whatever the stream did.
 QXPLATFORM_EXPORT unsigned long QX_io_write_binary_compressed(
     qxostream& out, unsigned int* values, unsigned int n, unsigned int N);
@@ -99,7 +103,7 @@ QXPLATFORM_EXPORT unsigned long QX_io_write_binary_compressed(
 // N * 4 (the float bit patterns, no header).
 QXPLATFORM_EXPORT unsigned long QX_io_write_binary_compressed(
     unsigned char* dst, float* values, unsigned int n, unsigned int N);
-// As above on a stream: two 4-byte header writes, then the P bytes in one
+// As above on a stream: two 4-byte header writes, then the image in one
 // write; returns 8 + P or N * 4 whatever the stream did.
 QXPLATFORM_EXPORT unsigned long QX_io_write_binary_compressed(qxostream& out,
                                                               float* values,
@@ -110,7 +114,7 @@ QXPLATFORM_EXPORT unsigned long QX_io_write_binary_compressed(qxostream& out,
 QXPLATFORM_EXPORT unsigned long QX_io_read_binary_compressed(
     const unsigned char* src, unsigned int* dst, unsigned int n,
     unsigned int N);
-// Reads P bytes from in and unpacks them (a short read leaves zero bits and
+// Reads the image from in and unpacks it (a short read leaves zero bits and
 // still returns P); for n >= 32 reads word by word and returns what the last
 // read delivered.
 QXPLATFORM_EXPORT unsigned long QX_io_read_binary_compressed(qxistream& in,

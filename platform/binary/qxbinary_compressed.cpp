@@ -34,10 +34,18 @@ constexpr uint32_t CoverMask(unsigned n) {
 constexpr uint32_t LowMask(unsigned n) { return ~(~0u << n); }
 
 // Deliberate: the product wraps in 32 bits, and the image always has one
-// byte more than the whole bytes, even when N * n is a multiple of 8.
+// byte more than the whole bytes, even when N * n is a multiple of 8. This
+// is the size the functions return.
 unsigned long PackedSize(unsigned int n, unsigned int count) {
   unsigned int bits = count * n;
   return static_cast<unsigned long>(bits / 8) + 1;
+}
+
+// Deliberate: past 2^32 bits the image is this size, not PackedSize, so that
+// every value is written and read at its own bit position instead of being
+// dropped. Equal to PackedSize below 2^32 bits.
+size_t ImageSize(unsigned int n, unsigned int count) {
+  return static_cast<size_t>(static_cast<uint64_t>(count) * n / 8) + 1;
 }
 
 // Little-endian stores and loads, byte by byte; compilers fold them into
@@ -329,11 +337,10 @@ unsigned long QX_io_write_binary_compressed(unsigned char* dst,
     binarysimd::Active().swap32(dst, Bytes(values), N);
     return static_cast<unsigned long>(N) * 4;
   }
-  unsigned long size = PackedSize(n, N);
-  BitPacker packer(dst, size, n);
+  BitPacker packer(dst, ImageSize(n, N), n);
   packer.Add(values, N);
   packer.Finish();
-  return size;
+  return PackedSize(n, N);
 }
 
 unsigned long QX_io_write_binary_compressed(qxostream& out,
@@ -346,13 +353,13 @@ unsigned long QX_io_write_binary_compressed(qxostream& out,
     WriteWords(out, Bytes(values), N);
     return static_cast<unsigned long>(N) * 4;
   }
-  unsigned long size = PackedSize(n, N);
+  size_t size = ImageSize(n, N);
   std::unique_ptr<unsigned char[]> packed(new unsigned char[size]);
   BitPacker packer(packed.get(), size, n);
   packer.Add(values, N);
   packer.Finish();
   out.write(packed.get(), size);
-  return size;
+  return PackedSize(n, N);
 }
 
 unsigned long QX_io_write_binary_compressed(unsigned char* dst, float* values,
@@ -369,9 +376,8 @@ unsigned long QX_io_write_binary_compressed(unsigned char* dst, float* values,
   Bounds(values, N, &maximum, &minimum);
   PutFloat(dst, maximum);
   PutFloat(dst + 4, minimum);
-  unsigned long size = PackedSize(n, N);
-  PackFloats(values, N, n, maximum, minimum, dst + 8, size);
-  return size + 8;
+  PackFloats(values, N, n, maximum, minimum, dst + 8, ImageSize(n, N));
+  return PackedSize(n, N) + 8;
 }
 
 unsigned long QX_io_write_binary_compressed(qxostream& out, float* values,
@@ -391,11 +397,11 @@ unsigned long QX_io_write_binary_compressed(qxostream& out, float* values,
   out.write(header, 4);
   PutFloat(header, minimum);
   out.write(header, 4);
-  unsigned long size = PackedSize(n, N);
+  size_t size = ImageSize(n, N);
   std::unique_ptr<unsigned char[]> packed(new unsigned char[size]);
   PackFloats(values, N, n, maximum, minimum, packed.get(), size);
   out.write(packed.get(), size);
-  return size + 8;
+  return PackedSize(n, N) + 8;
 }
 
 unsigned long QX_io_read_binary_compressed(const unsigned char* src,
@@ -408,9 +414,8 @@ unsigned long QX_io_read_binary_compressed(const unsigned char* src,
     binarysimd::Active().swap32(Bytes(dst), src, N);
     return static_cast<unsigned long>(N) * 4;
   }
-  unsigned long size = PackedSize(n, N);
-  Unpack(src, size, n, 0, dst, N);
-  return size;
+  Unpack(src, ImageSize(n, N), n, 0, dst, N);
+  return PackedSize(n, N);
 }
 
 unsigned long QX_io_read_binary_compressed(qxistream& in, unsigned int* dst,
@@ -421,13 +426,13 @@ unsigned long QX_io_read_binary_compressed(qxistream& in, unsigned int* dst,
   if (n >= 32) {
     return ReadWords(in, Bytes(dst), N);
   }
-  unsigned long size = PackedSize(n, N);
+  size_t size = ImageSize(n, N);
   // Deliberate: a short read is not reported. The block is zeroed, so the
   // missing bits unpack as zeros rather than garbage.
   std::unique_ptr<unsigned char[]> packed(new unsigned char[size]());
   in.read(packed.get(), size);
   Unpack(packed.get(), size, n, 0, dst, N);
-  return size;
+  return PackedSize(n, N);
 }
 
 unsigned long QX_io_read_binary_compressed(const unsigned char* src, float* dst,
@@ -441,9 +446,8 @@ unsigned long QX_io_read_binary_compressed(const unsigned char* src, float* dst,
   }
   float maximum = GetFloat(src);
   float minimum = GetFloat(src + 4);
-  unsigned long size = PackedSize(n, N);
-  UnpackFloats(src + 8, size, n, maximum, minimum, dst, N);
-  return size + 8;
+  UnpackFloats(src + 8, ImageSize(n, N), n, maximum, minimum, dst, N);
+  return PackedSize(n, N) + 8;
 }
 
 unsigned long QX_io_read_binary_compressed(qxistream& in, float* dst,
@@ -457,12 +461,12 @@ unsigned long QX_io_read_binary_compressed(qxistream& in, float* dst,
   unsigned char header[8] = {0, 0, 0, 0, 0, 0, 0, 0};
   unsigned long got = in.read(header, 4);
   got += in.read(header + 4, 4);
-  unsigned long size = PackedSize(n, N);
+  size_t size = ImageSize(n, N);
   std::unique_ptr<unsigned char[]> packed(new unsigned char[size]());
   in.read(packed.get(), size);
   UnpackFloats(packed.get(), size, n, GetFloat(header), GetFloat(header + 4),
                dst, N);
-  return got + size;
+  return got + PackedSize(n, N);
 }
 
 unsigned int QX_io_util_calc_NumBits(unsigned int* values, unsigned int N) {

@@ -10,7 +10,9 @@
 
 namespace QXPlatform {
 
-// Reads a file or a descriptor, 32768 bytes at a time.
+// Reads a file or a descriptor, 32768 bytes at a time. A read error ends the
+// data like the end of the file does; error() tells them apart (EISDIR,
+// EIO, ...), and a failed open leaves its errno there too.
 class QXPLATFORM_EXPORT qxifstream : public qxistream {
  public:
   // Not open.
@@ -48,6 +50,10 @@ class QXPLATFORM_EXPORT qxifstream : public qxistream {
 };
 
 // Writes a file or a descriptor; every flush is one write(2) of the span.
+// error() gives the errno of a failed open, write or close(2). A short write
+// carries no errno and is explained from the descriptor: EPIPE for a pipe or
+// socket whose reader has gone, EFBIG for a file at the process's size
+// limit, ENOSPC for a full device, else EIO.
 class QXPLATFORM_EXPORT qxofstream : public qxostream {
  public:
   // Not open.

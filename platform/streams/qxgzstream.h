@@ -16,7 +16,11 @@ struct gz_stream;
 // Reads gzip data from an inner stream and delivers the unpacked bytes.
 // Concatenated members read as one stream; input that is not gzip is
 // delivered unchanged. A damaged or cut member ends the stream where the
-// damage is found. One thread at a time.
+// damage is found, and error() tells it from the end of the data: EBADMSG
+// with errortext() "unexpected end of file", "invalid compressed data--crc
+// error", "invalid compressed data--length error" (recorded only: the
+// stream reads on) or "invalid compressed data--format violated"; a failure
+// of the inner stream is reported as that failure. One thread at a time.
 class QXPLATFORM_EXPORT qxigzstream : public qxiwrapperstream {
  public:
   // No inner stream until set() is called.
@@ -69,7 +73,10 @@ class QXPLATFORM_EXPORT qxigzstream : public qxiwrapperstream {
 // Packs what is written into one gzip member on an inner stream. Data leave
 // in whole 32768-byte blocks: flush() of a partly filled block writes
 // nothing, and the member is finished (last data and trailer) by close(),
-// clear(), set() with another stream or the destructor. One thread at a time.
+// clear(), set() with another stream or the destructor. error() reports why
+// the inner stream refused bytes (data, flush or trailer); the fail flag that
+// a pass ending with the output chunk exactly full raises is not a failure.
+// One thread at a time.
 class QXPLATFORM_EXPORT qxogzstream : public qxowrapperstream {
  public:
   // No inner stream until set() is called.

@@ -13,7 +13,9 @@
 namespace QXPlatform {
 
 // Reads through another input stream with a block of its own. The inner
-// stream is deleted by the wrapper when owned. One thread at a time.
+// stream is deleted by the wrapper when owned. error() takes the inner
+// stream's failure; set() with another stream forgets it. One thread at a
+// time.
 class QXPLATFORM_EXPORT qxiwrapperstream : public qxistream {
  public:
   // Empty, then set(inner, owned). The inner stream may be null.
@@ -62,7 +64,9 @@ class QXPLATFORM_EXPORT qxiwrapperstream : public qxistream {
 
 // Writes through another output stream with a block of its own. Bytes still
 // in the block when the wrapper is destroyed, cleared or re-set are lost:
-// flush() or close() first. One thread at a time.
+// flush() or close() first. error() takes the inner stream's failure; an
+// owned inner stream is closed before it is deleted, so the failure of its
+// last write or of its close is seen too. One thread at a time.
 class QXPLATFORM_EXPORT qxowrapperstream : public qxostream {
  public:
   // Empty (no room), then set(inner, owned).
@@ -111,8 +115,9 @@ class QXPLATFORM_EXPORT qxowrapperstream : public qxostream {
 };
 
 // Copies everything written to it to each of its streams, in the order
-// added. Pending bytes are not flushed by the destructor. One thread at a
-// time, and the streams added must not be used elsewhere meanwhile.
+// added. Pending bytes are not flushed by the destructor. error() reports
+// the failure of the first stream, in that order, that has one. One thread
+// at a time, and the streams added must not be used elsewhere meanwhile.
 class QXPLATFORM_EXPORT qxmultiostream : public qxostream {
  public:
   // No streams.
