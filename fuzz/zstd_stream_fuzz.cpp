@@ -195,36 +195,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Check(viaChopped.bytes == full.bytes);
   Check(viaChopped.error == full.error && viaChopped.text == full.text);
 
-  // The size is the decoded length and leaves the position alone.
-  qxisstream sizedSource(input.data(), input.size(), false);
-  qxizstdstream sized(&sizedSource, false);
-  std::string head;
-  sized.read(head, std::min<size_t>(full.bytes.size(), cuts[0]));
-  Check(head == full.bytes.substr(0, head.size()));
-  Check(sized.size() == full.bytes.size());
-  Check(sized.tell() == head.size());
-  std::string rest;
-  sized.read(rest);
-  Check(head + rest == full.bytes);
-
-  // Seeks land on the same bytes, forward and back, over both inners.
-  ChoppedStream seekInner(input, spans);
-  qxizstdstream overSeekInner(&seekInner, false);
-  qxisstream seekSource(input.data(), input.size(), false);
-  qxizstdstream seeking(&seekSource, false);
-  for (qxizstdstream* s : {&seeking, &overSeekInner}) {
-    for (const auto& seek : seeks) {
-      size_t pos = seek.first % (full.bytes.size() + 3);
-      bool ok = s->seek(static_cast<long long>(pos));
-      Check(ok == (pos < full.bytes.size()));
-      if (ok) {
-        Check(s->tell() == pos);
-        std::string got;
-        s->read(got, seek.second);
-        Check(got == full.bytes.substr(pos, seek.second));
-      }
-    }
-  }
+  // The size is the decoded length and leaves the position alone; seeks
+  // land on the same bytes, forward and back, over both inners.
+  qxfuzz::CheckSizeAndSeeks<qxizstdstream>(input, full.bytes, cuts[0], spans,
+                                           seeks);
 
   // Writing: one frame, whatever the cuts and flushes.
   qxosstream sink;
