@@ -2,7 +2,7 @@
 PREFIX ?= /usr/local
 RELEASE := build/release
 
-.PHONY: all setup build run test bench install docs fuzz clean
+.PHONY: all setup build run test bench install package docs fuzz clean
 
 all: build
 
@@ -26,6 +26,9 @@ bench: setup
 
 install: build
 	@cmake --install $(RELEASE) --prefix $(PREFIX)
+
+package: setup
+	@bash scripts/package.sh
 
 clean:
 	@rm -rf build

@@ -21,7 +21,8 @@ void PrintCompressHelp(FILE* to) {
       "\n"
       "Compresses all of IN (standard input when absent or '-') as one gzip\n"
       "member or one zstd frame and writes it to OUT (standard output when\n"
-      "absent or '-').\n",
+      "absent or '-'). Without -m the method comes from OUT's name: gz for\n"
+      "a name ending in \".gz\", zstd for \".zst\".\n",
       to);
 }
 
@@ -31,7 +32,8 @@ void PrintUncompressHelp(FILE* to) {
       "\n"
       "Uncompresses all of IN (standard input when absent or '-') and writes\n"
       "the result to OUT (standard output when absent or '-'). With gz, data\n"
-      "that is not gzip comes out unchanged.\n",
+      "that is not gzip comes out unchanged. Without -m the method comes from\n"
+      "IN's name: gz for a name ending in \".gz\", zstd for \".zst\".\n",
       to);
 }
 
@@ -41,22 +43,47 @@ struct Arguments {
   std::string out = "-";
 };
 
-// Parses -m METHOD [IN [OUT]]; returns an empty text or the problem found.
-std::string Parse(int argc, char** argv, Arguments* args) {
+// The method a file name's suffix names: "gz" for ".gz", "zstd" for ".zst",
+// else "".
+std::string MethodOfName(const std::string& name) {
+  auto endsWith = [&name](const std::string& suffix) {
+    return name.size() > suffix.size() &&
+           name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0;
+  };
+  return endsWith(".gz") ? "gz" : endsWith(".zst") ? "zstd" : "";
+}
+
+// Parses [-m METHOD] [--] [IN [OUT]]; returns an empty text or the problem
+// found. Without -m the method comes from the name of the compressed side:
+// OUT for compress, IN for uncompress.
+std::string Parse(bool compress, int argc, char** argv, Arguments* args) {
   std::vector<std::string> positional;
+  bool optionsEnded = false;
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
-    if (arg == "-m" || arg == "--method") {
+    if (optionsEnded) {
+      positional.push_back(arg);
+    } else if (arg == "--") {
+      optionsEnded = true;
+    } else if (arg == "-m" || arg == "--method") {
       if (i + 1 >= argc) {
         return "-m needs a method (gz or zstd)";
       }
       args->method = argv[++i];
+    } else if (arg.compare(0, 9, "--method=") == 0) {
+      args->method = arg.substr(9);
     } else if (arg.compare(0, 2, "-m") == 0 && arg.size() > 2) {
       args->method = arg.substr(2);
     } else if (arg.size() > 1 && arg[0] == '-') {
       return "unknown option '" + arg + "'";
     } else {
       positional.push_back(arg);
+    }
+  }
+  if (args->method.empty() && positional.size() <= 2) {
+    size_t named = compress ? 1 : 0;
+    if (positional.size() > named) {
+      args->method = MethodOfName(positional[named]);
     }
   }
   if (args->method.empty()) {
@@ -164,7 +191,7 @@ int Run(const char* command, bool compress, int argc, char** argv,
     return kExitOk;
   }
   Arguments args;
-  std::string problem = Parse(argc, argv, &args);
+  std::string problem = Parse(compress, argc, argv, &args);
   if (!problem.empty()) {
     return UsageError(command, problem, help);
   }
@@ -196,7 +223,7 @@ int RunGuarded(const char* command, bool compress, int argc, char** argv,
     return Run(command, compress, argc, argv, help);
   } catch (const std::bad_alloc&) {
     Arguments args;
-    Parse(argc, argv, &args);
+    Parse(compress, argc, argv, &args);
     Complain(command, Shown(args.in, "standard input"), strerror(ENOMEM));
     return kExitFailure;
   }

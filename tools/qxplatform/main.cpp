@@ -9,13 +9,16 @@
 #include <new>
 #include <string>
 
+#include <QXPlatform/QXPlatform.h>
+
 #include "commands.h"
 
 namespace {
 
-void PrintHelp() {
+void PrintHelpTo(FILE* to) {
   fputs(
       "usage: qxplatform <command> [arguments]\n"
+      "       qxplatform --version\n"
       "\n"
       "commands:\n"
       "  cat [NAME...]                      copy streams to standard output "
@@ -30,8 +33,10 @@ void PrintHelp() {
       "\n"
       "Run 'qxplatform <command> --help' for the arguments of a command.\n"
       "Exit status: 0 success, 1 failure, 2 usage error.\n",
-      stdout);
+      to);
 }
+
+void PrintHelp() { PrintHelpTo(stdout); }
 
 // Runs the command named by argv[1]; its exit status.
 int Dispatch(int argc, char** argv);
@@ -57,12 +62,25 @@ namespace {
 
 int Dispatch(int argc, char** argv) {
   if (argc < 2) {
-    PrintHelp();
+    // A usage error: the help goes to standard error, as every other one.
+    PrintHelpTo(stderr);
     return qxtool::kExitUsage;
   }
   std::string command = argv[1];
   if (command == "--help" || command == "-h" || command == "help") {
     PrintHelp();
+    return qxtool::kExitOk;
+  }
+  if (command == "--version" || command == "-V") {
+    if (argc > 2) {
+      fprintf(stderr, "qxplatform: %s takes no arguments\n", command.c_str());
+      return qxtool::kExitUsage;
+    }
+    printf("qxplatform %s\n", QXPlatform::QXToolkitsGetRelease().c_str());
+    if (fflush(stdout) != 0) {
+      fprintf(stderr, "qxplatform: standard output: %s\n", strerror(errno));
+      return qxtool::kExitFailure;
+    }
     return qxtool::kExitOk;
   }
   int subArgc = argc - 1;
