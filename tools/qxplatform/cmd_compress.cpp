@@ -3,8 +3,10 @@
 
 #include <errno.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <new>
+
 #include <string>
 #include <vector>
 
@@ -22,7 +24,8 @@ void PrintCompressHelp(FILE* to) {
       "Compresses all of IN (standard input when absent or '-') as one gzip\n"
       "member or one zstd frame and writes it to OUT (standard output when\n"
       "absent or '-'). Without -m the method comes from OUT's name: gz for\n"
-      "a name ending in \".gz\", zstd for \".zst\".\n",
+      "a name ending in \".gz\", zstd for \".zst\". Compressed data are not\n"
+      "written to a terminal unless -f (--force) is given.\n",
       to);
 }
 
@@ -39,6 +42,7 @@ void PrintUncompressHelp(FILE* to) {
 
 struct Arguments {
   std::string method;
+  bool force = false;
   std::string in = "-";
   std::string out = "-";
 };
@@ -70,6 +74,8 @@ std::string Parse(bool compress, int argc, char** argv, Arguments* args) {
         return "-m needs a method (gz or zstd)";
       }
       args->method = argv[++i];
+    } else if (compress && (arg == "-f" || arg == "--force")) {
+      args->force = true;
     } else if (arg.compare(0, 9, "--method=") == 0) {
       args->method = arg.substr(9);
     } else if (arg.compare(0, 2, "-m") == 0 && arg.size() > 2) {
@@ -194,6 +200,11 @@ int Run(const char* command, bool compress, int argc, char** argv,
   std::string problem = Parse(compress, argc, argv, &args);
   if (!problem.empty()) {
     return UsageError(command, problem, help);
+  }
+  if (compress && args.out == "-" && !args.force && isatty(1)) {
+    Complain(command, "standard output",
+             "compressed data not written to a terminal (use -f to force)");
+    return kExitFailure;
   }
   std::string data;
   if (!ReadAll(command, args.in, &data)) {
