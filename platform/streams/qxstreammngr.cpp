@@ -269,6 +269,14 @@ int QXCloseOStreamChecked(qxostream* s) {
   return QXStreamMngr().CloseOStream(s);
 }
 
+QXIStreamHandle QXOpenIStreamHandle(const char* name) {
+  return QXIStreamHandle(QXOpenIStream(name));
+}
+
+QXOStreamHandle QXOpenOStreamHandle(const char* name) {
+  return QXOStreamHandle(QXOpenOStream(name));
+}
+
 bool QXRegisterIStream(const char* prefix, qxistream* (*open)(const char* name),
                        void (*close)(qxistream* s)) {
   return QXStreamMngr().RegisterIStream(prefix, open, close);

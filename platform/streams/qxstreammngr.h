@@ -51,6 +51,30 @@ QXPLATFORM_EXPORT int QXCloseIStreamChecked(qxistream* s);
 // gone, EIO, ... The result is the only way left to learn of a lost write,
 // since the stream is gone afterwards. 0 for null. Any thread.
 QXPLATFORM_EXPORT int QXCloseOStreamChecked(qxostream* s);
+
+// Deleters that give a stream back with QXCloseIStream or QXCloseOStream.
+struct QXIStreamCloser {
+  void operator()(qxistream* s) const { QXCloseIStream(s); }
+};
+struct QXOStreamCloser {
+  void operator()(qxostream* s) const { QXCloseOStream(s); }
+};
+
+// Streams from the manager that close themselves when the handle goes out of
+// scope (or is reset); release() hands the pointer back to manual closing.
+// The size of one pointer. A handle is moved, never copied; one thread uses
+// it at a time.
+typedef std::unique_ptr<qxistream, QXIStreamCloser> QXIStreamHandle;
+typedef std::unique_ptr<qxostream, QXOStreamCloser> QXOStreamHandle;
+
+// QXOpenIStream(name) in a handle: empty when nothing could be opened. Any
+// thread.
+QXPLATFORM_EXPORT QXIStreamHandle QXOpenIStreamHandle(const char* name);
+// QXOpenOStream(name) in a handle: empty when nothing could be opened. The
+// handle's close flushes (a gzip stream writes its trailer) but cannot say
+// whether that worked: when it matters, close with
+// QXCloseOStreamChecked(handle.release()) instead. Any thread.
+QXPLATFORM_EXPORT QXOStreamHandle QXOpenOStreamHandle(const char* name);
 // Registers open and close for names whose part before the first ':' is
 // prefix (a name without ':' is its own prefix), replacing an earlier pair.
 // True. Handlers cannot be removed. Any thread.
