@@ -2,7 +2,6 @@
 // calls: zstd's streaming calls with one reused context at level 7 (the
 // frames QXCompress makes), its one-shot calls, and zlib's one-shot gzip.
 
-#include <random>
 #include <string>
 #include <vector>
 
@@ -10,32 +9,14 @@
 #include <zlib.h>
 #include <zstd.h>
 
+#include "qxbench_support.h"
 #include <QXPlatform/QXPlatform.h>
 
 namespace {
 
+using qxbench::MakeText;
 using QXPlatform::QXCompress;
 using QXPlatform::QXUncompress;
-
-std::string MakeText(size_t n, unsigned seed) {
-  static const char* const kWords[] = {
-      "alpha", "beta",   "gamma",  "delta", "sample", "value", "stream",
-      "0.125", "42",     "-7",     "north", "south",  "total", "count",
-      "error", "result", "thread", "1e-3",  "ok",     "9999",  "name"};
-  std::mt19937 gen(seed);
-  std::string out;
-  out.reserve(n + 16);
-  while (out.size() < n) {
-    out += kWords[gen() % (sizeof kWords / sizeof kWords[0])];
-    unsigned r = gen() % 23;
-    out.push_back(r == 0 ? '\n' : r == 1 ? '\t' : ' ');
-    if (r == 2) {
-      out += std::to_string(gen() % 100000);
-    }
-  }
-  out.resize(n);
-  return out;
-}
 
 // The streaming calls as QXCompress makes them, with one context for the
 // whole run.

@@ -3,21 +3,22 @@
 
 #include <stdio.h>
 #include <stdlib.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <chrono>
-#include <random>
 #include <string>
 #include <vector>
 
 #include <benchmark/benchmark.h>
 #include <zlib.h>
 
+#include "qxbench_support.h"
 #include <QXPlatform/QXPlatform.h>
 
 namespace {
 
+using qxbench::MakeText;
+using qxbench::TempDir;
+using qxbench::TimeCommand;
 using QXPlatform::QXCloseIStream;
 using QXPlatform::QXCloseOStream;
 using QXPlatform::qxistream;
@@ -28,32 +29,6 @@ using QXPlatform::qxostream;
 const unsigned long kPiece = 32 * 1024;
 const size_t kBigText = 256ul << 20;
 const size_t kWriteText = 32ul << 20;
-
-// Text with the repetition of a log or a table of numbers.
-std::string MakeText(size_t n, unsigned seed) {
-  static const char* const kWords[] = {
-      "alpha", "beta",   "gamma",  "delta", "sample", "value", "stream",
-      "0.125", "42",     "-7",     "north", "south",  "total", "count",
-      "error", "result", "thread", "1e-3",  "ok",     "9999",  "name"};
-  std::mt19937 gen(seed);
-  std::string out;
-  out.reserve(n + 16);
-  while (out.size() < n) {
-    out += kWords[gen() % (sizeof kWords / sizeof kWords[0])];
-    unsigned r = gen() % 23;
-    out.push_back(r == 0 ? '\n' : r == 1 ? '\t' : ' ');
-    if (r == 2) {
-      out += std::to_string(gen() % 100000);
-    }
-  }
-  out.resize(n);
-  return out;
-}
-
-const char* TempDir() {
-  const char* dir = getenv("TMPDIR");
-  return dir != nullptr && *dir != '\0' ? dir : "/tmp";
-}
 
 // The 256 MiB text, gzip-compressed by zlib at its default level, made once
 // and kept in the temporary directory for later runs.
@@ -115,36 +90,8 @@ void BM_ReadGzipWithGzread(benchmark::State& state) {
 }
 BENCHMARK(BM_ReadGzipWithGzread)->Unit(benchmark::kMillisecond)->Iterations(3);
 
-// CPU seconds used by finished child processes so far.
-double ChildCpuSeconds() {
-  struct rusage usage;
-  getrusage(RUSAGE_CHILDREN, &usage);
-  return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-         static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) /
-             1e6;
-}
-
-// Timed by the wall clock around the command; the counter child_cpu_ms gives
-// the CPU time zcat (and its shell) used per run, for comparison with the CPU
-// column of the in-process benchmarks on a busy machine.
 void BM_ReadGzipWithZcat(benchmark::State& state) {
-  const std::string& file = BigGzipFile();
-  std::string command = "zcat '" + file + "' > /dev/null";
-  double childCpu = 0;
-  for (auto _ : state) {
-    double cpuBefore = ChildCpuSeconds();
-    auto start = std::chrono::steady_clock::now();
-    if (system(command.c_str()) != 0) {
-      state.SkipWithError("zcat failed");
-      break;
-    }
-    auto stop = std::chrono::steady_clock::now();
-    childCpu += ChildCpuSeconds() - cpuBefore;
-    state.SetIterationTime(std::chrono::duration<double>(stop - start).count());
-  }
-  state.counters["child_cpu_ms"] = benchmark::Counter(
-      childCpu * 1000 / static_cast<double>(state.iterations()));
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kBigText));
+  TimeCommand(state, "zcat '" + BigGzipFile() + "' > /dev/null", kBigText);
 }
 BENCHMARK(BM_ReadGzipWithZcat)
     ->Unit(benchmark::kMillisecond)

@@ -24,6 +24,7 @@ excluded=(
   "*_ns_tests|run whole inside a prepared network namespace by run_in_namespace.sh; started alone they see the host, not the setup they test"
   "stress_*_tests|concurrency stress: a million streams and thousands of round trips take minutes under valgrind's serialised threads; run natively and under TSan"
   "binary_exhaustive_tests|every one of the 2^32 floats: hours under valgrind; run natively (ctest -L exhaustive)"
+  "streams_exact_exhaustive_tests|every float and 10^8 doubles written and read back: minutes natively, days under valgrind; run natively (ctest -L long)"
   "binary_bigmem_tests|needs gigabytes of memory (strings past 4 GiB), more than valgrind can shadow; run natively (ctest -L bigmem)"
 )
 

@@ -139,6 +139,28 @@ void QXFileDeterminePathAndName(const std::string& path, std::string& dir,
   DropOneTrailingSeparator(name);
 }
 
+std::string QXPathJoin(const std::string& dir, const std::string& name) {
+  if (dir.empty()) {
+    return name;
+  }
+  if (name.empty()) {
+    return dir;
+  }
+  size_t dirEnd = dir.find_last_not_of('/');
+  // A dir of separators only is the root: keep one of them.
+  size_t keep = dirEnd == std::string::npos ? 0 : dirEnd + 1;
+  size_t nameStart = name.find_first_not_of('/');
+  if (nameStart == std::string::npos) {
+    nameStart = name.size();
+  }
+  std::string joined;
+  joined.reserve(keep + 1 + name.size() - nameStart);
+  joined.append(dir, 0, keep);
+  joined += '/';
+  joined.append(name, nameStart, std::string::npos);
+  return joined;
+}
+
 QXFile::QXFile(const std::string& path) { Set(path); }
 
 QXFile::QXFile(const std::string& dir, const std::string& name) {

@@ -33,6 +33,14 @@ QXPLATFORM_EXPORT void QXFileDeterminePathAndName(const std::string& path,
                                                   std::string& dir,
                                                   std::string& name);
 
+// dir and name joined by exactly one "/": the separators at the end of dir
+// and at the start of name are merged into one, and the root is kept
+// ("/" and "usr" give "/usr", "a/" and "/b" give "a/b"). An empty dir gives
+// name as it is, an empty name gives dir as it is. Separators elsewhere, and
+// backslashes (an ordinary byte in a name here), are left alone. Any thread.
+QXPLATFORM_EXPORT std::string QXPathJoin(const std::string& dir,
+                                         const std::string& name);
+
 // A file named by a directory part and a name part. Its status (existence,
 // type, owner permission bits, size) is read by the first question that
 // needs it and kept until Refresh or Set. Not synchronised: one thread at a

@@ -71,9 +71,9 @@ bool IsMethod(const char* method, const char* name) {
   return method != nullptr && strcmp(method, name) == 0;
 }
 
-void GzCompress(std::string& out, const char* data, size_t len) {
+void GzCompress(std::string& out, const char* data, size_t len, int level = 0) {
   qxosstream sink;
-  qxogzstream gz(&sink, false);
+  qxogzstream gz(&sink, false, level);
   if (data != nullptr && len != 0) {
     gz.write(data, len);
   }
@@ -210,6 +210,41 @@ bool QXCompress(std::string& out, const char* data, size_t len,
 
 bool QXCompress(std::string& out, const std::string& data, const char* method) {
   return QXCompress(out, data.data(), data.size(), method);
+}
+
+bool QXCompress(std::string& out, const char* data, size_t len,
+                const char* method, int level) {
+  if (level == 0) {
+    return QXCompress(out, data, len, method);
+  }
+  if (IsMethod(method, "gz")) {
+    if (level < 1 || level > 9) {
+      return false;
+    }
+    GzCompress(out, data, len, level);
+    return true;
+  }
+  if (IsMethod(method, "zstd")) {
+    if (level < ZSTD_minCLevel() || level > ZSTD_maxCLevel()) {
+      return false;
+    }
+    ZstdCStreamStorage& z = CompressionStorage();
+    // A new frame at the level asked for; the thread's stream goes back to
+    // the default level afterwards, for the forms without a level.
+    ZSTD_CCtx_reset(z.stream, ZSTD_reset_session_only);
+    ZSTD_CCtx_setParameter(z.stream, ZSTD_c_compressionLevel, level);
+    bool ok = ZstdCompress(z, out, data, len);
+    ZSTD_CCtx_reset(z.stream, ZSTD_reset_session_only);
+    ZSTD_CCtx_setParameter(z.stream, ZSTD_c_compressionLevel, kZstdLevel);
+    return ok;
+  }
+  out.clear();
+  return false;
+}
+
+bool QXCompress(std::string& out, const std::string& data, const char* method,
+                int level) {
+  return QXCompress(out, data.data(), data.size(), method, level);
 }
 
 bool QXUncompress(std::string& out, const char* data, size_t len,

@@ -21,6 +21,8 @@ class qxostream;
 QXPLATFORM_EXPORT qxostream& qxendl(qxostream& out);
 QXPLATFORM_EXPORT qxostream& qxends(qxostream& out);
 QXPLATFORM_EXPORT qxostream& qxflush(qxostream& out);
+struct QXWord;
+QXPLATFORM_EXPORT qxistream& operator>>(qxistream& in, const QXWord& word);
 
 // A pool of Count blocks of BlockSize bytes kept inside the object, with heap
 // blocks handed out once the pool is empty. Take and Give may be called from
@@ -117,6 +119,7 @@ class QXPLATFORM_EXPORT qxstream {
   friend class qxowrapperstream;
   friend class qxigzstream;
   friend class qxogzstream;
+  friend class qxizstdstream;
   friend class QXStreamManager;
 
  public:
@@ -217,6 +220,7 @@ class QXPLATFORM_EXPORT qxistream : public qxstream {
   friend class qxowrapperstream;
   friend class qxigzstream;
   friend class qxogzstream;
+  friend class qxizstdstream;
   friend class QXStreamManager;
 
  public:
@@ -255,6 +259,17 @@ class QXPLATFORM_EXPORT qxistream : public qxstream {
   // Copies the rest of this stream into out; copies nothing when _eof is
   // already set (use out << in for streams that keep _eof set while full).
   virtual qxistream& operator>>(qxostream& out);
+
+  // One token as a plain decimal: an optional sign, then digits, read up to
+  // the first byte that is not a digit. The token is taken as the other
+  // number extractions take it (leading whitespace is not skipped). 0 at end
+  // of data, for a token that starts with no digit, and for a value outside
+  // the type; for the unsigned type a leading '-' negates modulo 2^64, as
+  // the other unsigned extractions wrap ("-1" gives 2^64 - 1). Not virtual:
+  // back-ends keep the slots they were built with, and a back-end that declares
+  // its own operator>> hides these as it hides the others.
+  qxistream& operator>>(long long& value);
+  qxistream& operator>>(unsigned long long& value);
 
   // Copies up to n bytes and returns how many arrived (also in count()).
   unsigned long read(char* into, unsigned long n) {
@@ -321,6 +336,9 @@ class QXPLATFORM_EXPORT qxistream : public qxstream {
   // True when a byte is in the span, refilling once when it is empty.
   bool HaveByte() { return _ptr != _end || _qxfill(); }
   void ConsumeLineEnd(unsigned char first);
+  // Skips whitespace, then appends bytes up to the next whitespace to word.
+  void ReadWord(std::string& word);
+  friend qxistream& operator>>(qxistream& in, const QXWord& word);
   const char* NumberToken(char* small, unsigned long smallSize,
                           std::unique_ptr<char[]>& heap);
 };
@@ -351,6 +369,11 @@ class QXPLATFORM_EXPORT qxostream : public qxstream {
   // Hands [_begin, _ptr) to the sink and makes room; false (with _eof set)
   // when the sink fails.
   virtual bool _qxflush();
+  // Called when the caller asks for everything written so far to reach the
+  // sink (flush(), qxflush, qxendl), as opposed to _qxflush making room for
+  // more. A back-end that holds data back between the two (a compressor)
+  // overrides it. _qxflush().
+  virtual bool _qxsync();
 
  public:
   // Text insertion: every value has exactly one textual form.
@@ -375,6 +398,14 @@ class QXPLATFORM_EXPORT qxostream : public qxstream {
   // Copies the rest of in, byte for byte.
   virtual qxostream& operator<<(qxistream& in);
 
+  // "%lld" and "%llu": plain decimals, so tell(), size() and count() can be
+  // written directly. Not virtual: back-ends keep the slots they were built
+  // with. Every call that compiled before these existed still picks the
+  // overload it picked; the long long forms are chosen only for arguments
+  // whose own type is long long or unsigned long long.
+  qxostream& operator<<(long long value);
+  qxostream& operator<<(unsigned long long value);
+
   // Writes n bytes; returns n, or 0 when data is null or the sink failed
   // (bytes already taken stay handed on or buffered).
   unsigned long write(const char* data, unsigned long n) {
@@ -398,8 +429,9 @@ class QXPLATFORM_EXPORT qxostream : public qxstream {
   // Writes n bytes from the start of s; n is not checked against s.size().
   unsigned long long write(const std::string& s, unsigned long n);
 
-  // Hands the span to the sink; the result of _qxflush.
-  bool flush() { return _qxflush(); }
+  // Hands the span to the sink; the result of _qxsync, which is that of
+  // _qxflush unless a back-end says otherwise.
+  bool flush() { return _qxsync(); }
   bool open(const char* name);
   bool open(const std::string& name);
   // Writes into the n bytes at data in place.
@@ -432,6 +464,39 @@ QXPLATFORM_EXPORT qxostream& qxendl(qxostream& out);
 QXPLATFORM_EXPORT qxostream& qxends(qxostream& out);
 // Flushes.
 QXPLATFORM_EXPORT qxostream& qxflush(qxostream& out);
+
+// What qxword makes: the string one word is read into.
+struct QXWord {
+  std::string* word;
+};
+
+// For in >> qxword(s): skips whitespace, then replaces s with the bytes up to
+// the next whitespace byte, which stays unread. Whitespace is blank, tab,
+// line feed, vertical tab, form feed and carriage return, whatever the
+// locale; every other byte (NUL and bytes above 127 included) belongs to a
+// word. A word is never empty, so an empty s means the data ended before
+// one. Nothing else of the stream changes. word is held by pointer: it must
+// outlive the expression.
+inline QXWord qxword(std::string& word) { return QXWord{&word}; }
+qxistream& operator>>(qxistream& in, const QXWord& word);
+
+// What qxexact makes: a value and whether it is a float.
+struct QXExact {
+  double value;
+  bool single;
+};
+
+// For out << qxexact(x): the shortest decimal text that reads back to x
+// exactly (as float for a float), in fixed or scientific form as it comes
+// out shorter: 0.1, 1e-10, 123456789, -0, 1.7976931348623157e+308. inf,
+// -inf, nan and -nan for the special values; a NaN's payload is not kept.
+// in >> x of the text gives x back. Deliberate: a double below the normal
+// range (below 2.2250738585072014e-308 in magnitude, not 0) is written in
+// exact hexadecimal (0x1p-1074), because a decimal text of it converts with a
+// range error and the extraction turns that into 0. Any thread that owns out.
+inline QXExact qxexact(double value) { return QXExact{value, false}; }
+inline QXExact qxexact(float value) { return QXExact{value, true}; }
+QXPLATFORM_EXPORT qxostream& operator<<(qxostream& out, const QXExact& value);
 
 // Maps the standard manipulators: std::ends acts as qxends, std::flush as
 // qxflush, and std::endl and every other one as qxendl.

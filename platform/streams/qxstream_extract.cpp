@@ -297,6 +297,58 @@ bool ParsePlainDouble(const char* text, double* value) {
   return true;
 }
 
+// [+-]digits up to the first other byte, as a magnitude and a sign; false
+// when no digit comes or the magnitude passes 2^64 - 1.
+bool ParseDecimal(const char* text, unsigned long long* magnitude,
+                  bool* negative) {
+  const char* p = text;
+  *negative = false;
+  if (*p == '+' || *p == '-') {
+    *negative = *p == '-';
+    ++p;
+  }
+  if (*p < '0' || *p > '9') {
+    return false;
+  }
+  unsigned long long acc = 0;
+  while (*p >= '0' && *p <= '9') {
+    unsigned digit = static_cast<unsigned>(*p - '0');
+    if (acc > (~0ull - digit) / 10) {
+      return false;
+    }
+    acc = acc * 10 + digit;
+    ++p;
+  }
+  *magnitude = acc;
+  return true;
+}
+
+long long ConvertLongLong(const char* text) {
+  unsigned long long magnitude;
+  bool negative;
+  if (!ParseDecimal(text, &magnitude, &negative)) {
+    return 0;
+  }
+  const unsigned long long kMax = 0x7FFFFFFFFFFFFFFFull;
+  if (magnitude > kMax + (negative ? 1 : 0)) {
+    return 0;
+  }
+  // Negated as unsigned, so the most negative value needs no special case.
+  return static_cast<long long>(negative ? 0 - magnitude : magnitude);
+}
+
+unsigned long long ConvertUnsignedLongLong(const char* text) {
+  unsigned long long magnitude;
+  bool negative;
+  if (!ParseDecimal(text, &magnitude, &negative)) {
+    return 0;
+  }
+  return negative ? 0 - magnitude : magnitude;
+}
+
+// The whitespace of words: the six ASCII bytes, whatever the locale.
+inline bool IsWordSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
 double ConvertDouble(const char* text) {
   double value;
   if (!ParsePlainDouble(text, &value)) {
@@ -607,8 +659,44 @@ QX_DEFINE_NUMBER_EXTRACTOR(long, ConvertLong)
 QX_DEFINE_NUMBER_EXTRACTOR(unsigned long, ConvertLong)
 QX_DEFINE_NUMBER_EXTRACTOR(float, ConvertDouble)
 QX_DEFINE_NUMBER_EXTRACTOR(double, ConvertDouble)
+QX_DEFINE_NUMBER_EXTRACTOR(long long, ConvertLongLong)
+QX_DEFINE_NUMBER_EXTRACTOR(unsigned long long, ConvertUnsignedLongLong)
 
 #undef QX_DEFINE_NUMBER_EXTRACTOR
+
+// ---------------------------------------------------------------------------
+// Words
+
+void qxistream::ReadWord(std::string& word) {
+  word.clear();
+  for (;;) {
+    if (_ptr == _end && !_qxfill()) {
+      return;
+    }
+    while (_ptr != _end && IsWordSpace(*_ptr)) {
+      ++_ptr;
+    }
+    if (_ptr != _end) {
+      break;
+    }
+  }
+  for (;;) {
+    const char* p = _ptr;
+    while (p != _end && !IsWordSpace(*p)) {
+      ++p;
+    }
+    word.append(_ptr, static_cast<size_t>(p - _ptr));
+    _ptr = const_cast<char*>(p);
+    if (_ptr != _end || !_qxfill()) {
+      return;
+    }
+  }
+}
+
+qxistream& operator>>(qxistream& in, const QXWord& word) {
+  in.ReadWord(*word.word);
+  return in;
+}
 
 // ---------------------------------------------------------------------------
 // Copying to an output stream

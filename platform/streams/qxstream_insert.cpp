@@ -4,7 +4,9 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <cfloat>
 #include <charconv>
+#include <cmath>
 #include <ostream>
 
 #include "../qxassert_private.h"
@@ -108,6 +110,8 @@ QX_DEFINE_INTEGER_INSERTER(int)
 QX_DEFINE_INTEGER_INSERTER(unsigned int)
 QX_DEFINE_INTEGER_INSERTER(long)
 QX_DEFINE_INTEGER_INSERTER(unsigned long)
+QX_DEFINE_INTEGER_INSERTER(long long)
+QX_DEFINE_INTEGER_INSERTER(unsigned long long)
 
 #undef QX_DEFINE_INTEGER_INSERTER
 
@@ -152,13 +156,49 @@ qxostream& qxostream::operator<<(qxistream& in) {
   return *this;
 }
 
+qxostream& operator<<(qxostream& out, const QXExact& exact) {
+  // The longest shortest form is a negative double in scientific notation
+  // with 17 digits (24 bytes); a hexadecimal subnormal takes 25.
+  char text[64];
+  char* end;
+  double value = exact.value;
+  if (exact.single) {
+    float single = static_cast<float>(value);
+    end = std::to_chars(text, text + sizeof text, single).ptr;
+    // Text is read back as a double and then narrowed. For a few floats the
+    // shortest text lies so close to the midpoint between two floats that
+    // the double it reads as narrows to the neighbour (7.038531e-26 is
+    // one); those get the double's shortest text, which reads back as the
+    // float's exact value.
+    double readBack = 0;
+    std::from_chars(text, end, readBack);
+    if (std::isfinite(single) && static_cast<float>(readBack) != single) {
+      end = std::to_chars(text, text + sizeof text, value).ptr;
+    }
+  } else if (value != 0 && std::fabs(value) < DBL_MIN) {
+    char* p = text;
+    if (std::signbit(value)) {
+      *p++ = '-';
+      value = -value;
+    }
+    *p++ = '0';
+    *p++ = 'x';
+    end =
+        std::to_chars(p, text + sizeof text, value, std::chars_format::hex).ptr;
+  } else {
+    end = std::to_chars(text, text + sizeof text, value).ptr;
+  }
+  out.write(text, static_cast<unsigned long>(end - text));
+  return out;
+}
+
 qxostream& qxendl(qxostream& out) {
   if (out._ptr == out._end && !out._qxflush()) {
     out._qxflush();
     return out;
   }
   *out._ptr++ = '\n';
-  out._qxflush();
+  out._qxsync();
   return out;
 }
 
@@ -171,7 +211,7 @@ qxostream& qxends(qxostream& out) {
 }
 
 qxostream& qxflush(qxostream& out) {
-  out._qxflush();
+  out._qxsync();
   return out;
 }
 

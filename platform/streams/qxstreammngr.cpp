@@ -12,6 +12,7 @@
 #include "qxgzstream.h"
 #include "qxstdstream.h"
 #include "qxwrapperstream.h"
+#include "qxzstdstream.h"
 
 namespace QXPlatform {
 
@@ -83,6 +84,21 @@ void WrappedOutput(QXPrivateStreamManager& m, qxostream* wrapper,
   }
 }
 
+// The magic of a zstd frame, or of a skippable frame (0x184D2A50 to
+// 0x184D2A5F, least significant byte first), which some writers put first.
+bool IsZstdMagic(const unsigned char* bytes) {
+  static const unsigned char kFrame[4] = {0x28, 0xB5, 0x2F, 0xFD};
+  static const unsigned char kSkippable[3] = {0x2A, 0x4D, 0x18};
+  return memcmp(bytes, kFrame, 4) == 0 ||
+         ((bytes[0] & 0xF0) == 0x50 && memcmp(bytes + 1, kSkippable, 3) == 0);
+}
+
+bool EndsWith(const char* name, const char* tail) {
+  size_t n = strlen(name);
+  size_t t = strlen(tail);
+  return n >= t && strcmp(name + n - t, tail) == 0;
+}
+
 }  // namespace
 
 QXStreamManager::QXStreamManager() : _private(new QXPrivateStreamManager) {}
@@ -129,6 +145,98 @@ qxostream* QXStreamManager::openOutput(const char* name) {
   return new qxofstream(name);
 }
 
+QXStreamManager::StartMark QXStreamManager::MarkStart(const qxistream* s) {
+  return StartMark{s->_ptr, s->_begin, s->_offset};
+}
+
+qxistream* QXStreamManager::RewindToFirstByte(qxistream* s,
+                                              const StartMark& mark,
+                                              const unsigned char* taken,
+                                              unsigned long n) {
+  // Inside the span while it is still there.
+  bool kept = s->_begin == mark.span && s->_offset == mark.offset &&
+              mark.at != nullptr && mark.at >= s->_begin && mark.at < s->_end;
+  if (kept && s->_offset == 0) {
+    s->_ptr = s->_begin;
+    return s;
+  }
+  if (s->_qxseek(0)) {
+    return s;
+  }
+  // A stream that cannot go back (a pipe, a terminal, a handler's stream)
+  // gets the bytes looked at put back in front of what is left.
+  if (kept) {
+    s->_ptr = mark.at;
+    return s;
+  }
+  unsigned long left = s->_ptr == nullptr || s->_ptr >= s->_end
+                           ? 0
+                           : static_cast<unsigned long>(s->_end - s->_ptr);
+  char* own = s->_buffer;
+  bool inOwnBlock = own != nullptr && s->_ptr != nullptr && s->_ptr >= own &&
+                    s->_end <= own + qxstream::kBlockSize;
+  if (inOwnBlock) {
+    // The span lies in the stream's own block. Without room there for the
+    // bytes as well, the block is swapped for a larger one (the pool gives
+    // blocks back with delete[], whatever their size).
+    if (left + n > qxstream::kBlockSize) {
+      char* larger = new char[left + n];
+      memcpy(larger + n, s->_ptr, left);
+      qxstream::GetBufferCache().Give(own);
+      s->_buffer = own = larger;
+    } else if (left > 0) {
+      memmove(own + n, s->_ptr, left);
+    }
+    memcpy(own, taken, n);
+    s->_begin = s->_ptr = own;
+    s->_end = own + n + left;
+    s->_offset = 0;
+    s->_eof = false;
+    return s;
+  }
+  // Any other span belongs to the stream: it is read through a wrapper whose
+  // first block holds the bytes and as much of the span as fits; the rest
+  // stays in the stream and is read after it.
+  qxiwrapperstream* wrapper = new qxiwrapperstream(nullptr, false);
+  unsigned long moved = std::min<unsigned long>(left, qxstream::kBlockSize - n);
+  memcpy(wrapper->_buffer, taken, n);
+  if (moved > 0) {
+    memcpy(wrapper->_buffer + n, s->_ptr, moved);
+    s->_ptr += moved;
+  }
+  wrapper->set(s, true);
+  wrapper->_begin = wrapper->_ptr = wrapper->_buffer;
+  wrapper->_end = wrapper->_buffer + n + moved;
+  wrapper->_offset = 0;
+  wrapper->_eof = false;
+  WrappedInput(*_private, wrapper, s);
+  return wrapper;
+}
+
+qxistream* QXStreamManager::UnpackZstd(qxistream* s) {
+  unsigned char first = static_cast<unsigned char>(*s->_ptr);
+  if (!QXGetZstdStreams() || (first != 0x28 && (first & 0xF0) != 0x50)) {
+    return s;
+  }
+  bool packed;
+  if (s->_end - s->_ptr >= 4) {
+    packed = IsZstdMagic(reinterpret_cast<unsigned char*>(s->_ptr));
+  } else {
+    // The magic straddles spans: look at it byte by byte, then go back.
+    StartMark mark = MarkStart(s);
+    unsigned char magic[4];
+    unsigned long got = s->read(magic, 4);
+    packed = got == 4 && IsZstdMagic(magic);
+    s = RewindToFirstByte(s, mark, magic, got);
+  }
+  if (packed) {
+    qxistream* zst = new qxizstdstream(s, true);
+    WrappedInput(*_private, zst, s);
+    return zst;
+  }
+  return s;
+}
+
 qxistream* QXStreamManager::OpenIStream(const char* name) {
   qxistream* s = openInput(name);
   if (s == nullptr) {
@@ -141,7 +249,7 @@ qxistream* QXStreamManager::OpenIStream(const char* name) {
   }
   if (s->_ptr < s->_end) {
     if (static_cast<unsigned char>(*s->_ptr) != 0x1F) {
-      return s;
+      return UnpackZstd(s);
     }
   } else if (s->_eof) {
     ForgetInput(*_private, s);
@@ -150,56 +258,10 @@ qxistream* QXStreamManager::OpenIStream(const char* name) {
   } else if (!s->_qxfill()) {
     return s;
   } else if (static_cast<unsigned char>(*s->_ptr) != 0x1F) {
-    return s;
+    return UnpackZstd(s);
   }
-  // Puts the byte taken out of a stream that cannot go back (a pipe, a
-  // terminal, a handler's stream) in front of what is left of it. When the
-  // span lies in the stream's own block the byte goes there; any other span
-  // belongs to the stream, so the stream is read through a wrapper instead
-  // whose first block holds the byte and the span.
-  auto putBack = [this](qxistream* s, char first) -> qxistream* {
-    unsigned long left = s->_ptr == nullptr || s->_ptr >= s->_end
-                             ? 0
-                             : static_cast<unsigned long>(s->_end - s->_ptr);
-    char* own = s->_buffer;
-    bool inOwnBlock = own != nullptr && s->_ptr != nullptr && s->_ptr >= own &&
-                      s->_end <= own + qxstream::kBlockSize;
-    if (inOwnBlock && left < qxstream::kBlockSize) {
-      if (left > 0) {
-        memmove(own + 1, s->_ptr, left);
-      }
-      own[0] = first;
-      s->_begin = s->_ptr = own;
-      s->_end = own + 1 + left;
-      s->_offset = 0;
-      s->_eof = false;
-      return s;
-    }
-    qxiwrapperstream* wrapper = new qxiwrapperstream(nullptr, false);
-    // The wrapper's block takes the byte and as much of the span as fits;
-    // the rest stays in the stream and is read after it.
-    unsigned long taken =
-        std::min<unsigned long>(left, qxstream::kBlockSize - 1);
-    wrapper->_buffer[0] = first;
-    if (taken > 0) {
-      memcpy(wrapper->_buffer + 1, s->_ptr, taken);
-      s->_ptr += taken;
-    }
-    wrapper->set(s, true);
-    wrapper->_begin = wrapper->_ptr = wrapper->_buffer;
-    wrapper->_end = wrapper->_buffer + 1 + taken;
-    wrapper->_offset = 0;
-    wrapper->_eof = false;
-    WrappedInput(*_private, wrapper, s);
-    return wrapper;
-  };
-  char first = *s->_ptr;
-  // Where the first byte sits, to go back to it while the span still holds
-  // it: a look at the second byte may replace the span, or fail and leave
-  // it as it was.
-  char* firstAt = s->_ptr;
-  char* firstSpan = s->_begin;
-  unsigned long long firstOffset = s->_offset;
+  StartMark mark = MarkStart(s);
+  unsigned char first = static_cast<unsigned char>(*s->_ptr);
   ++s->_ptr;
   bool packed = false;
   if (s->_ptr < s->_end || s->_qxfill()) {
@@ -212,13 +274,7 @@ qxistream* QXStreamManager::OpenIStream(const char* name) {
       packed = false;
     }
   }
-  bool spanKept = s->_begin == firstSpan && s->_offset == firstOffset &&
-                  firstAt >= s->_begin && firstAt < s->_end;
-  if (spanKept && s->_offset == 0) {
-    s->_ptr = s->_begin;
-  } else if (!s->_qxseek(0)) {
-    s = putBack(s, first);
-  }
+  s = RewindToFirstByte(s, mark, &first, 1);
   if (packed) {
     qxistream* gz = new qxigzstream(s, true);
     WrappedInput(*_private, gz, s);
@@ -236,6 +292,13 @@ qxostream* QXStreamManager::OpenOStream(const char* name) {
     ForgetOutput(*_private, s);
     delete s;
     return nullptr;
+  }
+  // Only a name's ending asks for zstd; it wins over a ".gz" earlier in the
+  // name, as in "x.gz.zst".
+  if (name != nullptr && QXGetZstdStreams() && EndsWith(name, ".zst")) {
+    qxostream* zst = new qxozstdstream(s, true);
+    WrappedOutput(*_private, zst, s);
+    return zst;
   }
   // Deliberate: ".gz" anywhere in the name asks for gzip, not only at the
   // end.
@@ -340,6 +403,14 @@ int QXCloseIStreamChecked(qxistream* s) {
 
 int QXCloseOStreamChecked(qxostream* s) {
   return QXStreamMngr().CloseOStream(s);
+}
+
+QXIStreamHandle QXOpenIStreamHandle(const char* name) {
+  return QXIStreamHandle(QXOpenIStream(name));
+}
+
+QXOStreamHandle QXOpenOStreamHandle(const char* name) {
+  return QXOStreamHandle(QXOpenOStream(name));
 }
 
 bool QXRegisterIStream(const char* prefix, qxistream* (*open)(const char* name),

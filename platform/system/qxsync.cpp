@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <pthread.h>
 #include <stdio.h>
+#include <time.h>
 
 namespace QXPlatform {
 
@@ -56,6 +57,32 @@ void QXCondition::Release() {
 void QXCondition::Wait() {
   ReportIfFailed(pthread_cond_wait(&_private->cond, &_private->mutex),
                  "Problem occured waiting on QXCondition");
+}
+
+bool QXCondition::Wait(unsigned long milliseconds) {
+  struct timespec deadline;
+  clock_gettime(CLOCK_MONOTONIC, &deadline);
+  const unsigned long kMaxSeconds = 0x7FFFFFFFul;
+  unsigned long seconds = milliseconds / 1000;
+  long nanoseconds =
+      deadline.tv_nsec + static_cast<long>(milliseconds % 1000) * 1000000;
+  if (nanoseconds >= 1000000000) {
+    nanoseconds -= 1000000000;
+    ++seconds;
+  }
+  // A wait of decades is a wait for ever: the deadline stays representable.
+  if (seconds > kMaxSeconds) {
+    seconds = kMaxSeconds;
+  }
+  deadline.tv_sec += static_cast<time_t>(seconds);
+  deadline.tv_nsec = nanoseconds;
+  int error = pthread_cond_clockwait(&_private->cond, &_private->mutex,
+                                     CLOCK_MONOTONIC, &deadline);
+  if (error == ETIMEDOUT) {
+    return false;
+  }
+  ReportIfFailed(error, "Problem occured waiting on QXCondition");
+  return error == 0;
 }
 
 void QXCondition::Signal() {

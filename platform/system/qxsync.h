@@ -34,6 +34,12 @@ class QXPLATFORM_EXPORT QXCondition {
   // Releases the mutex while waiting for a Signal or Broadcast and holds it
   // again on return. Wake-ups may be spurious: loop on your own predicate.
   void Wait();
+  // The same, giving up after milliseconds on the monotonic clock (so a
+  // change of the wall clock neither shortens nor stretches it). True when
+  // woken (perhaps spuriously), false when the time ran out or the wait
+  // failed (reported with perror); the mutex is held again either way. 0
+  // gives up at once unless a wake-up is already due.
+  bool Wait(unsigned long milliseconds);
   // Wakes one waiting thread, if any; the mutex may be held or not.
   void Signal();
   // Wakes every waiting thread; the mutex may be held or not.

@@ -4,7 +4,10 @@
 #include <stdio.h>
 
 #include <atomic>
+#include <functional>
 #include <iostream>
+#include <memory>
+#include <utility>
 
 #include <jni.h>
 
@@ -68,6 +71,65 @@ class ScopedJavaThreadAttachment {
 std::atomic<JavaVM*> ScopedJavaThreadAttachment::s_jvm{nullptr};
 
 }  // namespace
+
+// A QXThread whose body is a function object.
+class QXPrivateThreadHandle : public QXThread {
+ public:
+  explicit QXPrivateThreadHandle(std::function<void()> body)
+      : _body(std::move(body)) {}
+
+  void* Run(void* /*arg*/) override {
+    std::function<void()> body = std::move(_body);
+    body();
+    return nullptr;
+  }
+
+ private:
+  std::function<void()> _body;
+};
+
+void QXSetJavaVM(JavaVM* vm) {
+  ScopedJavaThreadAttachment::s_jvm.store(vm, std::memory_order_release);
+}
+
+JavaVM* QXGetJavaVM() {
+  return ScopedJavaThreadAttachment::s_jvm.load(std::memory_order_acquire);
+}
+
+QXThreadHandle::QXThreadHandle() = default;
+
+QXThreadHandle::QXThreadHandle(std::unique_ptr<QXPrivateThreadHandle> thread)
+    : _private(std::move(thread)) {}
+
+QXThreadHandle::~QXThreadHandle() { Join(); }
+
+QXThreadHandle::QXThreadHandle(QXThreadHandle&& other) noexcept = default;
+
+QXThreadHandle& QXThreadHandle::operator=(QXThreadHandle&& other) noexcept {
+  if (this != &other) {
+    Join();
+    _private = std::move(other._private);
+  }
+  return *this;
+}
+
+bool QXThreadHandle::Joinable() const { return _private != nullptr; }
+
+void QXThreadHandle::Join() {
+  if (_private != nullptr) {
+    _private->Join();
+    _private.reset();
+  }
+}
+
+QXThreadHandle QXRunThread(std::function<void()> body) {
+  std::unique_ptr<QXPrivateThreadHandle> thread(
+      new QXPrivateThreadHandle(std::move(body)));
+  if (!thread->Start(nullptr)) {
+    return QXThreadHandle();
+  }
+  return QXThreadHandle(std::move(thread));
+}
 
 QXThread::QXThread()
     : _thread(0), _arg(nullptr), _return(nullptr), _stackSize(0) {}

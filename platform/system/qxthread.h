@@ -5,9 +5,28 @@
 
 #include <pthread.h>
 
+#include <functional>
+#include <memory>
+
 #include "../qxexport.h"
 
+// The Java VM type exactly as jni.h declares it for C++, so this header and
+// jni.h can be included together in either order.
+struct JavaVM_;
+typedef JavaVM_ JavaVM;
+
 namespace QXPlatform {
+
+// Hands the library the Java VM its threads attach to. A toolkit whose own
+// JNI library defines JNI_OnLoad calls this from there: the VM then calls
+// only the toolkit's JNI_OnLoad, never the library's. Every QXThread and
+// QXRunThread started afterwards attaches its body to vm; bodies already
+// running are not affected. Null forgets the VM, so later bodies run
+// unattached. Prints nothing. Any thread.
+QXPLATFORM_EXPORT void QXSetJavaVM(JavaVM* vm);
+// The VM bodies attach to, as set by QXSetJavaVM or the library's own
+// JNI_OnLoad; null when there is none. Not owned by the caller. Any thread.
+QXPLATFORM_EXPORT JavaVM* QXGetJavaVM();
 
 // Derive, implement Run, then Start and Join from the owning thread. The
 // object is shared by the owner and the running body, so it must outlive the
@@ -66,5 +85,47 @@ class QXPLATFORM_EXPORT QXThread {
   void* _return;
   unsigned int _stackSize;
 };
+
+class QXPrivateThreadHandle;
+class QXThreadHandle;
+
+QXPLATFORM_EXPORT QXThreadHandle QXRunThread(std::function<void()> body);
+
+// A function running on a thread of its own, from QXRunThread. The handle is
+// moved, never copied; the thread that holds it waits for the function with
+// Join or by destroying the handle. Not to be joined from the function's own
+// thread.
+class QXPLATFORM_EXPORT QXThreadHandle {
+ public:
+  // A handle with no thread.
+  QXThreadHandle();
+  // Waits for the function to return, when it still has a thread.
+  ~QXThreadHandle();
+  QXThreadHandle(QXThreadHandle&& other) noexcept;
+  // Waits for this handle's own function first, then takes other's.
+  QXThreadHandle& operator=(QXThreadHandle&& other) noexcept;
+  QXThreadHandle(const QXThreadHandle&) = delete;
+  QXThreadHandle& operator=(const QXThreadHandle&) = delete;
+
+  // True while there is a thread to wait for.
+  bool Joinable() const;
+  // Waits for the function to return; afterwards the handle has no thread.
+  // Does nothing when there is none.
+  void Join();
+
+ private:
+  friend QXThreadHandle QXRunThread(std::function<void()> body);
+  explicit QXThreadHandle(std::unique_ptr<QXPrivateThreadHandle> thread);
+
+  std::unique_ptr<QXPrivateThreadHandle> _private;
+};
+
+// Runs body on a new thread with the system's default stack, attached to the
+// Java VM when one is known (as a QXThread body is), and returns the handle
+// that waits for it. body is moved onto the new thread and destroyed there
+// after it returns. An exception leaving body ends the process. When the
+// thread cannot be created, prints "Cannot start QXThread" with perror and
+// returns a handle with no thread (body is not run). Any thread.
+QXThreadHandle QXRunThread(std::function<void()> body);
 
 }  // namespace QXPlatform
