@@ -2,7 +2,7 @@
 PREFIX ?= /usr/local
 RELEASE := build/release
 
-.PHONY: all setup build run test bench install package docs fuzz clean
+.PHONY: all setup build run test bench install package docs fuzz fuzz-long clean
 
 all: build
 
@@ -35,6 +35,11 @@ clean:
 
 fuzz: setup
 	@bash scripts/fuzz.sh
+
+# Every fuzzer for FUZZ_SECONDS each (default an hour), one after another;
+# what a run adds to the coverage is merged into fuzz/corpus/ to be committed.
+fuzz-long: setup
+	@FUZZ_SECONDS=$${FUZZ_SECONDS:-3600} FUZZ_MERGE=1 bash scripts/fuzz.sh
 
 docs:
 	@bash scripts/docs.sh

@@ -2,7 +2,6 @@
 // calls: zstd's streaming calls with one reused context at level 7 (the
 // frames QXCompress makes), its one-shot calls, and zlib's one-shot gzip.
 
-#include <random>
 #include <string>
 #include <vector>
 
@@ -10,13 +9,12 @@
 #include <zlib.h>
 #include <zstd.h>
 
-#include "bench_text.h"
+#include "qxbench_support.h"
 #include <QXPlatform/QXPlatform.h>
 
 namespace {
 
 using qxbench::MakeText;
-
 using QXPlatform::QXCompress;
 using QXPlatform::QXUncompress;
 

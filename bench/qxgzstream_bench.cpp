@@ -3,7 +3,6 @@
 
 #include <stdio.h>
 #include <stdlib.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <chrono>
@@ -19,13 +18,14 @@
 #include <isa-l/igzip_lib.h>
 #endif
 
-#include "bench_text.h"
+#include "qxbench_support.h"
 #include <QXPlatform/QXPlatform.h>
 
 namespace {
 
 using qxbench::MakeText;
-
+using qxbench::TempDir;
+using qxbench::TimeCommand;
 using QXPlatform::QXCloseIStream;
 using QXPlatform::QXCloseOStream;
 using QXPlatform::qxistream;
@@ -36,11 +36,6 @@ using QXPlatform::qxostream;
 const unsigned long kPiece = 32 * 1024;
 const size_t kBigText = 256ul << 20;
 const size_t kWriteText = 32ul << 20;
-
-const char* TempDir() {
-  const char* dir = getenv("TMPDIR");
-  return dir != nullptr && *dir != '\0' ? dir : "/tmp";
-}
 
 // The 256 MiB text, gzip-compressed by zlib at its default level, made once
 // and kept in the temporary directory for later runs.
@@ -189,23 +184,7 @@ double ChildCpuSeconds() {
 // the CPU time zcat (and its shell) used per run, for comparison with the CPU
 // column of the in-process benchmarks on a busy machine.
 void BM_ReadGzipWithZcat(benchmark::State& state) {
-  const std::string& file = BigGzipFile();
-  std::string command = "zcat '" + file + "' > /dev/null";
-  double childCpu = 0;
-  for (auto _ : state) {
-    double cpuBefore = ChildCpuSeconds();
-    auto start = std::chrono::steady_clock::now();
-    if (system(command.c_str()) != 0) {
-      state.SkipWithError("zcat failed");
-      break;
-    }
-    auto stop = std::chrono::steady_clock::now();
-    childCpu += ChildCpuSeconds() - cpuBefore;
-    state.SetIterationTime(std::chrono::duration<double>(stop - start).count());
-  }
-  state.counters["child_cpu_ms"] = benchmark::Counter(
-      childCpu * 1000 / static_cast<double>(state.iterations()));
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kBigText));
+  TimeCommand(state, "zcat '" + BigGzipFile() + "' > /dev/null", kBigText);
 }
 BENCHMARK(BM_ReadGzipWithZcat)
     ->Unit(benchmark::kMillisecond)

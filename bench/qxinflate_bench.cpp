@@ -13,7 +13,7 @@
 #include <isa-l/igzip_lib.h>
 #include <zlib.h>
 
-#include "bench_text.h"
+#include "qxbench_support.h"
 #include <QXPlatform/QXPlatform.h>
 #include <QXPlatform/streams/qxinflate_private.h>
 

@@ -50,9 +50,11 @@ class StoredText : public qxosstream {
   std::string _key;
 };
 
-// The open functions return a new stream, or null when there is nothing to
-// open; the manager's lock is held while they run, so they must not call
-// the manager themselves.
+// The open functions return a stream made with new, or null when there is
+// nothing to open: the manager deletes a handler's stream itself when it
+// comes back empty with its end flag set and when a gzip wrapper owns it, so
+// a static or pooled stream would crash the process. The manager's lock is
+// held while they run, so they must not call the manager themselves.
 qxistream* OpenStored(const char* name) {
   auto found = Store().find(KeyOf(name));
   if (found == Store().end()) {

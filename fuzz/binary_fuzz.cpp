@@ -1,5 +1,6 @@
 // Binary images from anywhere, read with every reader both over a memory
-// stream (cut into fuzzer-chosen spans) and from a buffer of the same bytes:
+// stream (cut into fuzzer-chosen spans, once able to seek and once not, as a
+// pipe) and from a buffer of the same bytes:
 // the two forms give the same values, the stream forms report the documented
 // counts, writing the values again gives the same image (with the unused bits
 // of a packed image cleared), quantised floats stay within one step of what
@@ -59,8 +60,9 @@ bool SameBits(const float* a, const float* b, size_t n) {
 // One reader over both forms. at is the offset of the image in data.
 class Reader {
  public:
-  Reader(const std::string& data, const std::vector<size_t>& spans, int fd)
-      : _data(data), _stream(data, spans), _at(0), _fd(fd) {}
+  Reader(const std::string& data, const std::vector<size_t>& spans, int fd,
+         bool seekable)
+      : _data(data), _stream(data, spans, seekable), _at(0), _fd(fd) {}
 
   size_t left() const { return _data.size() - _at; }
   const unsigned char* here() const {
@@ -280,26 +282,32 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   unsigned int quantBits = provider.ConsumeIntegralInRange<unsigned int>(1, 20);
   std::string image = provider.ConsumeRemainingBytesAsString();
 
-  Reader reader(image, spans, fd);
-  for (uint32_t op : ops) {
-    unsigned int count = (op >> 8) % 300;
-    switch (op % 5) {
-      case 0: {
-        static const unsigned long kWidths[] = {1, 2, 4, 8, 3, 5, 6, 7, 9, 16};
-        reader.Array(kWidths[(op >> 4) % 10], count);
-        break;
+  // The same reads from a stream that can seek and from one that cannot,
+  // as a pipe.
+  Reader seekable(image, spans, fd, true);
+  Reader flowing(image, spans, fd, false);
+  for (Reader* reader : {&seekable, &flowing}) {
+    for (uint32_t op : ops) {
+      unsigned int count = (op >> 8) % 300;
+      switch (op % 5) {
+        case 0: {
+          static const unsigned long kWidths[] = {1, 2, 4, 8, 3,
+                                                  5, 6, 7, 9, 16};
+          reader->Array(kWidths[(op >> 4) % 10], count);
+          break;
+        }
+        case 1:
+          reader->String();
+          break;
+        case 2:
+          reader->Packed((op >> 3) % 40, count);
+          break;
+        case 3:
+          reader->Quantised((op >> 3) % 40, count);
+          break;
+        default:
+          break;
       }
-      case 1:
-        reader.String();
-        break;
-      case 2:
-        reader.Packed((op >> 3) % 40, count);
-        break;
-      case 3:
-        reader.Quantised((op >> 3) % 40, count);
-        break;
-      default:
-        break;
     }
   }
   // The image read as floats, quantised and read back.

@@ -1,8 +1,9 @@
 #pragma once
 
 // Helpers shared by the fuzz targets that drive streams: an input back-end
-// that cuts its bytes into spans of chosen lengths, and the abort-on-failure
-// check every target uses for its invariants.
+// that cuts its bytes into spans of chosen lengths, the abort-on-failure
+// check every target uses for its invariants, and the size and seek checks
+// of the decoding readers.
 
 #include <stdlib.h>
 #include <string.h>
@@ -12,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include <QXPlatform/streams/qxsstream.h>
 #include <QXPlatform/streams/qxstream.h>
 
 namespace qxfuzz {
@@ -24,12 +26,18 @@ inline void Check(bool ok) {
 }
 
 // Hands out its bytes in spans whose lengths cycle through a list (each at
-// least 1 and at most one block), and can go back to any position, so code
-// above it must give the same answers however the data is cut.
+// least 1 and at most one block), so code above it must give the same
+// answers however the data is cut. A seekable one can go back to any
+// position; one that is not refuses every seek, as a pipe does.
 class ChoppedStream : public QXPlatform::qxistream {
  public:
-  ChoppedStream(const std::string& data, std::vector<size_t> spans)
-      : _data(data), _spans(std::move(spans)), _next(0), _pos(0) {
+  ChoppedStream(const std::string& data, std::vector<size_t> spans,
+                bool seekable = true)
+      : _data(data),
+        _spans(std::move(spans)),
+        _next(0),
+        _pos(0),
+        _seekable(seekable) {
     if (_spans.empty()) {
       _spans.push_back(1);
     }
@@ -55,7 +63,8 @@ class ChoppedStream : public QXPlatform::qxistream {
   }
 
   bool _qxseek(long long pos) override {
-    if (pos < 0 || static_cast<unsigned long long>(pos) > _data.size()) {
+    if (!_seekable || pos < 0 ||
+        static_cast<unsigned long long>(pos) > _data.size()) {
       return false;
     }
     _pos = static_cast<size_t>(pos);
@@ -70,6 +79,48 @@ class ChoppedStream : public QXPlatform::qxistream {
   std::vector<size_t> _spans;
   size_t _next;
   size_t _pos;
+  bool _seekable;
 };
+
+// For a decoding reader Reader (built from an inner stream and an owned
+// flag) over input that decodes to full: size() is full's length and leaves
+// the position alone after head bytes were read; seeks to the positions in
+// seeks (taken modulo a little more than the length) land on the same bytes,
+// forward and back, over a memory inner stream and over one cut into spans.
+template <class Reader>
+void CheckSizeAndSeeks(const std::string& input, const std::string& full,
+                       size_t head, const std::vector<size_t>& spans,
+                       const std::vector<std::pair<size_t, size_t>>& seeks) {
+  QXPlatform::qxisstream sizedSource(input.data(), input.size(), false);
+  Reader sized(&sizedSource, false);
+  std::string start;
+  sized.read(start, std::min<size_t>(full.size(), head));
+  Check(start == full.substr(0, start.size()));
+  Check(sized.size() == full.size());
+  Check(sized.tell() == start.size());
+  std::string rest;
+  sized.read(rest);
+  Check(start + rest == full);
+
+  ChoppedStream seekInner(input, spans);
+  Reader overSeekInner(&seekInner, false);
+  QXPlatform::qxisstream seekSource(input.data(), input.size(), false);
+  Reader seeking(&seekSource, false);
+  for (Reader* s : {&seeking, &overSeekInner}) {
+    for (const auto& seek : seeks) {
+      size_t pos = seek.first % (full.size() + 3);
+      bool ok = s->seek(static_cast<long long>(pos));
+      // Deliberate in the readers: the target byte must exist.
+      Check(ok == (pos < full.size()));
+      if (ok) {
+        Check(s->tell() == pos);
+        std::string got;
+        s->read(got, seek.second);
+        Check(got == full.substr(pos, seek.second));
+        Check(s->tell() == pos + got.size());
+      }
+    }
+  }
+}
 
 }  // namespace qxfuzz

@@ -4,6 +4,13 @@
 // an output name compresses, input is unwrapped by its first two bytes, and a
 // missing name is found under its ".gz" form. Every input starts from the
 // same directory contents and the same counters.
+//
+// The handlers' streams come from the ordinary heap and are freed by their
+// close functions (or by a gzip wrapper), so the library's next stream may
+// get a freed handler stream's address; each close function checks that it
+// is handed a stream of its own kind. The "chop" handler serves its bytes
+// through a stream that cannot seek, cut into fuzzer-chosen spans down to
+// one byte, as a pipe delivers them.
 
 #include <fcntl.h>
 #include <stdint.h>
@@ -13,6 +20,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include <fuzzer/FuzzedDataProvider.h>
 #include <zlib.h>
@@ -21,6 +29,7 @@
 #include <QXPlatform/streams/qxsstream.h>
 #include <QXPlatform/streams/qxstreammngr.h>
 
+#include "fuzz_streams.h"
 #include "fuzz_support.h"
 
 namespace {
@@ -57,37 +66,26 @@ std::string& Served() {
   return bytes;
 }
 
-// The manager leaves a stream's closer entry in place after closing it, so a
-// later stream at the same address would be closed by that handler. The
-// handlers' streams therefore live in storage of their own, one at a time,
-// which the library's own streams (made with the ordinary new) never reuse.
-template <typename Base>
-class Slotted : public Base {
- public:
-  using Base::Base;
-  static void* operator new(size_t size) {
-    Check(size <= sizeof(Slot().bytes) && !Slot().used);
-    Slot().used = true;
-    return Slot().bytes;
-  }
-  static void operator delete(void* p) {
-    Check(p == Slot().bytes && Slot().used);
-    Slot().used = false;
-  }
+// How the "chop" handler cuts what it serves.
+std::vector<size_t>& Spans() {
+  static std::vector<size_t> spans;
+  return spans;
+}
 
- private:
-  struct Storage {
-    alignas(64) unsigned char bytes[sizeof(Base) + 64];
-    bool used = false;
-  };
-  static Storage& Slot() {
-    static Storage storage;
-    return storage;
-  }
+// The handlers' own stream types, so that a close function can tell its
+// streams from the library's.
+class MemIStream : public qxisstream {
+ public:
+  using qxisstream::qxisstream;
 };
 
-typedef Slotted<qxisstream> MemIStream;
-typedef Slotted<qxosstream> MemOStream;
+class MemOStream : public qxosstream {};
+
+class ChopIStream : public qxfuzz::ChoppedStream {
+ public:
+  ChopIStream(const std::string& data, const std::vector<size_t>& spans)
+      : ChoppedStream(data, spans, false) {}
+};
 
 qxistream* OpenMemInput(const char* name) {
   ++Seen().inOpens;
@@ -98,6 +96,18 @@ qxistream* OpenMemInput(const char* name) {
 void CloseMemInput(qxistream* s) {
   ++Seen().inCloses;
   Check(dynamic_cast<MemIStream*>(s) != nullptr);
+  delete s;
+}
+
+qxistream* OpenChopInput(const char* name) {
+  ++Seen().inOpens;
+  Seen().lastName = name;
+  return new ChopIStream(Served(), Spans());
+}
+
+void CloseChopInput(qxistream* s) {
+  ++Seen().inCloses;
+  Check(dynamic_cast<ChopIStream*>(s) != nullptr);
   delete s;
 }
 
@@ -140,6 +150,8 @@ void Setup() {
     Check(QXPlatform::QXRegisterIStream("mem", Superseded, SupersededClose));
     Check(QXPlatform::QXRegisterIStream("mem", OpenMemInput, CloseMemInput));
     Check(QXPlatform::QXRegisterOStream("mem", OpenMemOutput, CloseMemOutput));
+    Check(QXPlatform::QXRegisterIStream("chop", OpenChopInput, CloseChopInput));
+    Check(QXPlatform::QXRegisterOStream("chop", OpenMemOutput, CloseMemOutput));
     Check(QXPlatform::QXRegisterIStream("nul", OpenNoInput, CloseMemInput));
     Check(QXPlatform::QXRegisterOStream("nul", OpenNoOutput, CloseMemOutput));
     return true;
@@ -207,12 +219,15 @@ std::string ReadAll(qxistream* in) {
   return all;
 }
 
-enum class Kind { kMem, kNul, kFile };
+enum class Kind { kMem, kChop, kNul, kFile };
 
 Kind KindOf(const std::string& name) {
   std::string prefix = name.substr(0, name.find(':'));
   if (prefix == "mem") {
     return Kind::kMem;
+  }
+  if (prefix == "chop") {
+    return Kind::kChop;
   }
   if (prefix == "nul") {
     return Kind::kNul;
@@ -238,6 +253,7 @@ void WriteAndRead(const std::string& name, const std::string& content,
   qxostream* out = QXPlatform::QXOpenOStream(name.c_str());
   switch (kind) {
     case Kind::kMem:
+    case Kind::kChop:
       Check(out != nullptr && seen.outOpens == 1 && seen.lastName == name);
       break;
     case Kind::kNul:
@@ -253,7 +269,7 @@ void WriteAndRead(const std::string& name, const std::string& content,
     out->write(content.data() + cut, content.size() - cut);
     QXPlatform::QXCloseOStream(out);
   }
-  if (kind == Kind::kMem) {
+  if (kind == Kind::kMem || kind == Kind::kChop) {
     // A gzip wrapper made by the manager deletes the handler's stream
     // itself; the handler's close function is not called.
     Check(seen.outCloses == (gz ? 0 : 1));
@@ -284,6 +300,14 @@ void WriteAndRead(const std::string& name, const std::string& content,
       QXPlatform::QXCloseIStream(in);
       Check(seen.inCloses ==
             (in != nullptr && !StartsWithGzipMagic(content) ? 1 : 0));
+      break;
+    case Kind::kChop:
+      // Nothing buffered but able to fill: an empty stream, not a failed
+      // open. Every byte arrives, however the spans cut the magic.
+      Check(seen.inOpens == 1 && seen.lastName == name && in != nullptr);
+      Check(ReadAll(in) == AsRead(content));
+      QXPlatform::QXCloseIStream(in);
+      Check(seen.inCloses == (StartsWithGzipMagic(content) ? 0 : 1));
       break;
     case Kind::kNul:
       Check(in == nullptr && seen.inOpens == 1);
@@ -319,10 +343,24 @@ void WriteAndRead(const std::string& name, const std::string& content,
 
 }  // namespace
 
+// AddressSanitizer holds freed memory back for a while, which would keep the
+// library's streams off the addresses of freed handler streams: without that
+// hold, addresses are reused as they are in an ordinary build.
+extern "C" const char* __asan_default_options() {
+  return "quarantine_size_mb=0";
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Setup();
   FuzzedDataProvider provider(data, size);
   size_t cut = provider.ConsumeIntegral<uint32_t>();
+  // Mostly one-byte spans: the hardest cut for looking at the first bytes.
+  uint32_t spanBits = provider.ConsumeIntegral<uint32_t>();
+  Spans().clear();
+  for (int i = 0; i < 4; ++i) {
+    size_t span = (spanBits >> (8 * i)) & 0xFF;
+    Spans().push_back(span < 128 ? 1 : span * 97);
+  }
   std::string name = provider.ConsumeRandomLengthString(300);
   std::string content = provider.ConsumeRemainingBytesAsString();
   // A name is a C string, and it must stay inside the scratch directory: no

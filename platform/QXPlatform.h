@@ -17,6 +17,7 @@
 #include "streams/qxstream.h"
 #include "streams/qxstreammngr.h"
 #include "streams/qxwrapperstream.h"
+#include "streams/qxzstdstream.h"
 #include "system/qxhost.h"
 #include "system/qxmachine.h"
 #include "system/qxmemory.h"

@@ -2,6 +2,12 @@
 # Builds the libFuzzer targets (clang, ASan+UBSan) and runs each for a bounded
 # time on a scratch copy of its committed corpus. A crash, leak or sanitizer
 # report fails the run and leaves the reproducer in build/fuzz/artifacts.
+#
+#   FUZZ_SECONDS=N        seconds per target (default 60)
+#   FUZZ_TARGETS="a b"    only these targets
+#   FUZZ_MERGE=1          afterwards, merge the inputs that add coverage into
+#                         fuzz/corpus/<target> (libFuzzer -merge=1 keeps the
+#                         corpus small), ready to be committed
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${FUZZ_SECONDS:-60}
@@ -30,5 +36,14 @@ for target in "$build"/fuzz/*_fuzz; do
     status=1
   fi
   grep -E '^(stat::number_of_executed_units|#[0-9]+ +DONE)' "$build/$name.log" | tail -n 2 || true
+  if [ "${FUZZ_MERGE:-0}" = 1 ]; then
+    # Absolute: some targets change their working directory.
+    kept="$PWD/fuzz/corpus/$name"
+    mkdir -p "$kept"
+    before=$(ls "$kept" | wc -l)
+    "$target" -merge=1 -max_len=65536 -timeout=10 -rss_limit_mb=4096 \
+      "$kept" "$work" >"$build/$name.merge.log" 2>&1 || status=1
+    echo "   corpus: $before -> $(ls "$kept" | wc -l) inputs"
+  fi
 done
 exit $status

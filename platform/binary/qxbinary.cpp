@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "../streams/qxstdstream.h"
+#include "../streams/qxstdstream_private.h"
 #include "../streams/qxstream.h"
 #include "qxbinary_simd_private.h"
 
@@ -18,7 +18,8 @@ const char kStringTooLong[] = "Attempting to write a string larger than 4GB\n";
 const unsigned long long kMaxStringLength = 0xFFFFFFFFULL;
 
 void ReportUndefinedBlockSize(unsigned long blocksize) {
-  qxerr << "Error: undefined block size - " << blocksize << qxendl;
+  QXWriteDiagnostic("Error: undefined block size - " +
+                    std::to_string(blocksize) + "\n");
 }
 
 // Reverses Width bytes from src into dst; the two may be the same element.
@@ -214,12 +215,13 @@ unsigned long QX_io_read_binary(qxistream& in, std::string& s) {
   unsigned char length[4] = {0, 0, 0, 0};
   unsigned long got = in.read(length, 4);
   uint32_t n = GetLength(length);
-  // The body goes through a scratch array so that s stays as it was should
-  // a back-end throw in the middle.
-  std::unique_ptr<char[]> body(new char[static_cast<size_t>(n) + 1]);
-  unsigned long bodyGot = in.read(body.get(), n);
-  memset(body.get() + bodyGot, 0, n - bodyGot);
-  s.assign(body.get(), n);
+  // The body is read straight into a string of the announced length (its
+  // unread tail stays zero), so a length word that claims far more than the
+  // stream holds costs that much memory once, not twice. It replaces s only
+  // at the end, so s stays as it was should a back-end throw in the middle.
+  std::string body(static_cast<size_t>(n), '\0');
+  unsigned long bodyGot = in.read(&body[0], n);
+  s.swap(body);
   return got + bodyGot;
 }
 

@@ -2,7 +2,9 @@
 
 #include <stdint.h>
 
-#include "../streams/qxstdstream.h"
+#include <string>
+
+#include "../streams/qxstdstream_private.h"
 #include "../streams/qxstream.h"
 
 namespace QXPlatform {
@@ -43,10 +45,13 @@ qxistream& operator>>(qxistream& in, QXBinaryIO& obj) {
   unsigned long long consumed = obj.Read(in);
   // Deliberate: a mismatch is only reported; nothing is skipped or rewound.
   if (static_cast<uint32_t>(consumed) != expected) {
-    qxerr << "WARNING operator>>(qxistream& istr, QXBinaryIO& obj) " << qxendl;
-    qxerr << "Record size (" << static_cast<unsigned int>(expected)
-          << ") is not equal to number of bytes read ("
-          << static_cast<unsigned long>(consumed) << ")" << qxendl;
+    // Both lines in one piece, so that nothing comes between them.
+    QXWriteDiagnostic(
+        "WARNING operator>>(qxistream& istr, QXBinaryIO& obj) \n"
+        "Record size (" +
+        std::to_string(static_cast<unsigned int>(expected)) +
+        ") is not equal to number of bytes read (" +
+        std::to_string(static_cast<unsigned long>(consumed)) + ")\n");
   }
   return in;
 }

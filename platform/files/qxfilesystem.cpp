@@ -10,9 +10,10 @@
 
 #include <atomic>
 #include <cstdint>
+#include <string>
 #include <vector>
 
-#include "../streams/qxstdstream.h"
+#include "../streams/qxstdstream_private.h"
 
 namespace QXPlatform {
 namespace {
@@ -118,10 +119,19 @@ QXFile QXFileCreate(const std::string& path, int mode) {
   if (file.Exists()) {
     return file;
   }
-  int fd = OpenRetryingOnInterrupt(file.AbsPath().c_str(),
-                                   O_WRONLY | O_CREAT | O_TRUNC,
-                                   static_cast<mode_t>(mode & 0xFFFF));
+  // Deliberate: the file is made exclusively and a symbolic link in its
+  // place is not followed, since one planted between the check above and the
+  // open would have had its target truncated.
+  int fd = OpenRetryingOnInterrupt(
+      file.AbsPath().c_str(),
+      O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+      static_cast<mode_t>(mode & 0xFFFF));
   if (fd < 0) {
+    // Something appeared under the name after the check: it exists, and is
+    // left as it is.
+    if (errno == EEXIST) {
+      file.Refresh();
+    }
     return file;
   }
   file.Refresh();
@@ -138,7 +148,9 @@ int QXFileTempDescriptor(std::string& name) {
   // directory that already ends with one.
   std::vector<char> buffer =
       WritableCopy(TempPath().path() + "/" + kTempTemplate);
-  int fd = ::mkstemp(buffer.data());
+  // Deliberate: the descriptor is closed on exec, so that children do not
+  // inherit it.
+  int fd = ::mkostemp(buffer.data(), O_CLOEXEC);
   if (fd == -1) {
     ::perror("mkstemp failed");
   }
@@ -164,9 +176,12 @@ std::string QXFileTempDirectory(const std::string& dir) {
 std::string QXFileRandomName() {
   static std::atomic<bool> haveWarned(false);
   if (!haveWarned.exchange(true)) {
+    std::string warning;
     for (const char* line : kRandomNameWarning) {
-      qxerr << line << qxendl;
+      warning += line;
+      warning += '\n';
     }
+    QXWriteDiagnostic(warning);
   }
   int32_t seconds = static_cast<int32_t>(::time(nullptr));
   int r = ::rand() % 100;

@@ -52,8 +52,9 @@ QXPLATFORM_EXPORT bool QXFileDelete(QXFile& file);
 
 // Returns a QXFile for path, first creating it empty with the permission
 // bits mode (low 16 bits, before the umask) when it does not exist. An
-// existing file is left untouched. Failure shows as Exists() being false.
-// Any thread.
+// existing file is left untouched, and so is anything that appears under
+// the name meanwhile: the file is made exclusively and a symbolic link there
+// is not followed. Failure shows as Exists() being false. Any thread.
 QXPLATFORM_EXPORT QXFile QXFileCreate(const std::string& path, int mode);
 
 // The temporary directory chosen by the first temporary-file call of the
@@ -63,9 +64,9 @@ QXPLATFORM_EXPORT std::string QXFileTempPath();
 
 // Creates a new file with owner-only read and write permissions, named by
 // the temporary directory, "/" and "QX_" plus six generated characters, and
-// returns its open read-write descriptor; name receives the path. On failure
-// prints "mkstemp failed" through perror, returns -1 and name receives the
-// attempted path. The caller owns the descriptor and the file. Any thread.
+// returns its open read-write descriptor, closed on exec; name receives the
+// path. On failure prints "mkstemp failed" through perror, returns -1 and
+// name receives the attempted path. The caller owns the descriptor and the file. Any thread.
 QXPLATFORM_EXPORT int QXFileTempDescriptor(std::string& name);
 
 // Creates a new directory with owner-only permissions inside dir (or inside

@@ -72,9 +72,9 @@ bool IsMethod(const char* method, const char* name) {
   return method != nullptr && strcmp(method, name) == 0;
 }
 
-void GzCompress(std::string& out, const char* data, size_t len) {
+void GzCompress(std::string& out, const char* data, size_t len, int level = 0) {
   qxosstream sink;
-  qxogzstream gz(&sink, false);
+  qxogzstream gz(&sink, false, level);
   if (data != nullptr && len != 0) {
     gz.write(data, len);
   }
@@ -200,14 +200,15 @@ int ZstdUncompressChecked(ZstdDStreamStorage& z, std::string& out,
 
 bool QXCompress(std::string& out, const char* data, size_t len,
                 const char* method) {
-  // The thread's stream is made on its first call, whatever the method.
-  ZstdCStreamStorage& z = CompressionStorage();
   if (IsMethod(method, "gz")) {
     GzCompress(out, data, len);
     return true;
   }
+  // The thread's stream (some 9 MB at level 7) is made on its first "zstd"
+  // call only: threads that pack gzip or pass an unknown method never pay
+  // for it.
   if (IsMethod(method, "zstd")) {
-    return ZstdCompress(z, out, data, len);
+    return ZstdCompress(CompressionStorage(), out, data, len);
   }
   out.clear();
   return false;
@@ -217,17 +218,52 @@ bool QXCompress(std::string& out, const std::string& data, const char* method) {
   return QXCompress(out, data.data(), data.size(), method);
 }
 
+bool QXCompress(std::string& out, const char* data, size_t len,
+                const char* method, int level) {
+  if (level == 0) {
+    return QXCompress(out, data, len, method);
+  }
+  if (IsMethod(method, "gz")) {
+    if (level < 1 || level > 9) {
+      return false;
+    }
+    GzCompress(out, data, len, level);
+    return true;
+  }
+  if (IsMethod(method, "zstd")) {
+    if (level < ZSTD_minCLevel() || level > ZSTD_maxCLevel()) {
+      return false;
+    }
+    ZstdCStreamStorage& z = CompressionStorage();
+    // A new frame at the level asked for; the thread's stream goes back to
+    // the default level afterwards, for the forms without a level.
+    ZSTD_CCtx_reset(z.stream, ZSTD_reset_session_only);
+    ZSTD_CCtx_setParameter(z.stream, ZSTD_c_compressionLevel, level);
+    bool ok = ZstdCompress(z, out, data, len);
+    ZSTD_CCtx_reset(z.stream, ZSTD_reset_session_only);
+    ZSTD_CCtx_setParameter(z.stream, ZSTD_c_compressionLevel, kZstdLevel);
+    return ok;
+  }
+  out.clear();
+  return false;
+}
+
+bool QXCompress(std::string& out, const std::string& data, const char* method,
+                int level) {
+  return QXCompress(out, data.data(), data.size(), method, level);
+}
+
 bool QXUncompress(std::string& out, const char* data, size_t len,
                   const char* method) {
-  ZstdDStreamStorage& z = DecompressionStorage();
   // Deliberate: unlike compression, the result is appended to what out
   // already holds.
   if (IsMethod(method, "gz")) {
     GzUncompress(out, data, len);
     return true;
   }
+  // The decoder, too, is made on the thread's first "zstd" call only.
   if (IsMethod(method, "zstd")) {
-    return ZstdUncompress(z, out, data, len);
+    return ZstdUncompress(DecompressionStorage(), out, data, len);
   }
   out.clear();
   return false;
@@ -240,13 +276,13 @@ bool QXUncompress(std::string& out, const std::string& data,
 
 bool QXUncompress(std::string& out, const char* data, size_t len,
                   const char* method, int* error) {
-  ZstdDStreamStorage& z = DecompressionStorage();
   bool ok = true;
   int failure = 0;
   if (IsMethod(method, "gz")) {
     failure = GzUncompress(out, data, len);
   } else if (IsMethod(method, "zstd")) {
-    failure = ZstdUncompressChecked(z, out, data, len, &ok);
+    failure =
+        ZstdUncompressChecked(DecompressionStorage(), out, data, len, &ok);
   } else {
     out.clear();
     ok = false;

@@ -13,12 +13,25 @@ namespace QXPlatform {
 // Replaces out with the len bytes at data compressed by method ("gz" or
 // "zstd"); true on success. An unknown or null method gives false and an
 // empty out; a zstd failure gives false and leaves out as it was. Null data
-// count as no data. Any thread: each thread keeps its own zstd state.
+// count as no data. Any thread: each thread keeps its own zstd state, made
+// on its first "zstd" call (other methods make none) and freed when it ends.
 QXPLATFORM_EXPORT bool QXCompress(std::string& out, const char* data,
                                   size_t len, const char* method);
 // The same with the bytes of data.
 QXPLATFORM_EXPORT bool QXCompress(std::string& out, const std::string& data,
                                   const char* method);
+
+// The same at a compression level: for "gz" zlib's 1 (fastest) to 9
+// (smallest), for "zstd" zstd's levels from its fastest negative ones up to
+// 22. 0 means the level of the forms above (zlib's default for "gz", 7 for
+// "zstd"), which then give the very same result. A level out of range gives
+// false and leaves out as it was; an unknown or null method gives false and
+// an empty out. Any thread.
+QXPLATFORM_EXPORT bool QXCompress(std::string& out, const char* data,
+                                  size_t len, const char* method, int level);
+// The same with the bytes of data.
+QXPLATFORM_EXPORT bool QXCompress(std::string& out, const std::string& data,
+                                  const char* method, int level);
 
 // Appends to out (without clearing it first) the len bytes at data
 // uncompressed by method. "gz": true, also for data that are not gzip (they

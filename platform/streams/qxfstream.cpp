@@ -9,11 +9,16 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <string>
 
 #include "qxstdstream.h"
+#include "qxstdstream_private.h"
 
 namespace QXPlatform {
 namespace {
+
+// Deliberate: every descriptor opened here is closed on exec (O_CLOEXEC),
+// so that child processes do not inherit the library's files.
 
 // A signal may interrupt read(); only a real error or the end stops it.
 long ReadRetryingOnInterrupt(int fd, char* into, unsigned long size) {
@@ -86,7 +91,7 @@ bool qxifstream::_qxopen(const char* name) {
     fd = -1;
     return false;
   }
-  fd = ::open(name, O_RDONLY);
+  fd = ::open(name, O_RDONLY | O_CLOEXEC);
   if (fd == -1) {
     SetError(errno);
   }
@@ -202,8 +207,9 @@ qxofstream::~qxofstream() {
   try {
     close();
   } catch (const QXIOError& error) {
-    qxerr << "Caught QXIOError during qxofstream destruction: " << error.what()
-          << qxendl;
+    QXWriteDiagnostic(
+        std::string("Caught QXIOError during qxofstream destruction: ") +
+        error.what() + "\n");
   } catch (...) {
     std::abort();
   }
@@ -216,7 +222,7 @@ bool qxofstream::_qxopen(const char* name) {
     fd = -1;
     return false;
   }
-  fd = ::open(name, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  fd = ::open(name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd == -1) {
     SetError(errno);
   }
@@ -288,7 +294,7 @@ bool qxofstream::append(const char* name) {
     fd = -1;
     return false;
   }
-  fd = ::open(name, O_WRONLY | O_APPEND | O_CREAT, 0644);
+  fd = ::open(name, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
   if (fd == -1) {
     SetError(errno);
     return false;
@@ -322,7 +328,7 @@ bool qxiofstream::_qxopen(const char* name) {
     fd = -1;
     return false;
   }
-  fd = ::open(name, O_RDWR | O_CREAT | O_TRUNC, 0644);
+  fd = ::open(name, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd == -1) {
     SetError(errno);
   }

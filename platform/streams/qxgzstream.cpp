@@ -5,10 +5,12 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include <zlib.h>
 
 #include "qxstdstream.h"
+#include "qxstdstream_private.h"
 
 namespace QXPlatform {
 
@@ -36,6 +38,8 @@ struct gz_stream {
   // value and its fixed text. Restarting keeps it.
   int error;
   const char* errortext;
+  // Output: the zlib level asked for; checked when an inner stream is set.
+  int level;
 };
 
 namespace {
@@ -76,9 +80,9 @@ int SystemErrorOf(int zerr) { return zerr == Z_MEM_ERROR ? ENOMEM : EIO; }
 // Prints "<what>: <zlib message>", or only what when zlib gave no message.
 void Report(const char* what, const char* message) {
   if (message != nullptr) {
-    qxerr << what << ": " << message << qxendl;
+    QXWriteDiagnostic(std::string(what) + ": " + message + "\n");
   } else {
-    qxerr << what << qxendl;
+    QXWriteDiagnostic(std::string(what) + "\n");
   }
 }
 
@@ -97,6 +101,7 @@ gz_stream* NewRecord(Bytef* inbuf, Bytef* outbuf) {
   s->memberstart = 0;
   s->error = 0;
   s->errortext = nullptr;
+  s->level = Z_DEFAULT_COMPRESSION;
   return s;
 }
 
@@ -570,21 +575,30 @@ qxogzstream::qxogzstream(qxostream* inner, bool owned) : qxogzstream() {
   set(inner, owned);
 }
 
+qxogzstream::qxogzstream(qxostream* inner, bool owned, int level)
+    : qxogzstream() {
+  // 0 and zlib's own -1 ask for the default the two-argument form uses.
+  _gz->level = level == 0 ? Z_DEFAULT_COMPRESSION : level;
+  set(inner, owned);
+}
+
 qxogzstream::~qxogzstream() {
   _clearing = true;
   try {
     _qxflush();
   } catch (const QXIOError& error) {
-    qxerr << "Caught QXIOError during qxogzstream destruction: " << error.what()
-          << qxendl;
+    QXWriteDiagnostic(
+        std::string("Caught QXIOError during qxogzstream destruction: ") +
+        error.what() + "\n");
   } catch (...) {
     std::abort();
   }
   try {
     gzo_clear(_stream, _gz);
   } catch (const QXIOError& error) {
-    qxerr << "Caught QXIOError during qxogzstream destruction: " << error.what()
-          << qxendl;
+    QXWriteDiagnostic(
+        std::string("Caught QXIOError during qxogzstream destruction: ") +
+        error.what() + "\n");
   } catch (...) {
     std::abort();
   }
@@ -602,6 +616,13 @@ bool qxogzstream::_qxseek(long long) { return false; }
 unsigned long long qxogzstream::_qxsize() { return tell(); }
 
 bool qxogzstream::_qxset(qxostream*) {
+  if (_gz->level != Z_DEFAULT_COMPRESSION &&
+      (_gz->level < 1 || _gz->level > 9)) {
+    SetError(EINVAL);
+    // No room, so that the first write already fails.
+    _end = _buffer;
+    return false;
+  }
   // A new inner stream gets a member of its own.
   if (!_gz->inuse) {
     _gz->ready = 0;
@@ -613,8 +634,8 @@ bool qxogzstream::Start() {
   gz_stream* s = _gz;
   ResetRecord(s);
   s->stream.avail_out = kChunk;
-  int err = deflateInit2(&s->stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED,
-                         -MAX_WBITS, 8, Z_DEFAULT_STRATEGY);
+  int err = deflateInit2(&s->stream, s->level, Z_DEFLATED, -MAX_WBITS, 8,
+                         Z_DEFAULT_STRATEGY);
   if (err != Z_OK) {
     SetError(SystemErrorOf(err));
     Report("qxogzstream init error", s->stream.msg);

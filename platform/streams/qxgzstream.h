@@ -83,6 +83,10 @@ class QXPLATFORM_EXPORT qxogzstream : public qxowrapperstream {
   qxogzstream();
   // Writes to inner, deleting it when closed or destroyed if owned is set.
   qxogzstream(qxostream* inner, bool owned);
+  // The same with zlib's compression level: 1 (fastest) to 9 (smallest); 0
+  // or -1 give zlib's default (6), as the form above. Any other level is
+  // refused: error() is EINVAL and nothing can be written.
+  qxogzstream(qxostream* inner, bool owned, int level);
   qxogzstream(const qxogzstream&) = delete;
   qxogzstream& operator=(const qxogzstream&) = delete;
   // Finishes the member on the inner stream (a QXIOError on the way is

@@ -3,7 +3,10 @@
 #include <errno.h>
 
 #include <istream>
+#include <mutex>
 #include <ostream>
+
+#include "qxstdstream_private.h"
 
 namespace QXPlatform {
 
@@ -14,6 +17,15 @@ qxifstream qxin(0);
 qxofstream qxout(1);
 qxofstream qxerr(2);
 qxostream qxnul;
+
+void QXWriteDiagnostic(const std::string& text) {
+  // Never destroyed: destructors of streams that outlive this file's
+  // statics still report through it at exit.
+  static std::mutex* lock = new std::mutex;
+  std::lock_guard<std::mutex> hold(*lock);
+  qxerr.write(text);
+  qxerr.flush();
+}
 
 // ---------------------------------------------------------------------------
 // Standard input streams

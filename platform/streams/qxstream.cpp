@@ -304,6 +304,8 @@ bool qxostream::_qxflush() {
   return !_eof;
 }
 
+bool qxostream::_qxsync() { return _qxflush(); }
+
 unsigned long qxostream::WriteSlow(const char* data, unsigned long n) {
   if (data == nullptr) {
     return 0;

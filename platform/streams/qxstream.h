@@ -119,6 +119,7 @@ class QXPLATFORM_EXPORT qxstream {
   friend class qxowrapperstream;
   friend class qxigzstream;
   friend class qxogzstream;
+  friend class qxizstdstream;
   friend class QXStreamManager;
 
  public:
@@ -219,6 +220,7 @@ class QXPLATFORM_EXPORT qxistream : public qxstream {
   friend class qxowrapperstream;
   friend class qxigzstream;
   friend class qxogzstream;
+  friend class qxizstdstream;
   friend class QXStreamManager;
 
  public:
@@ -367,6 +369,11 @@ class QXPLATFORM_EXPORT qxostream : public qxstream {
   // Hands [_begin, _ptr) to the sink and makes room; false (with _eof set)
   // when the sink fails.
   virtual bool _qxflush();
+  // Called when the caller asks for everything written so far to reach the
+  // sink (flush(), qxflush, qxendl), as opposed to _qxflush making room for
+  // more. A back-end that holds data back between the two (a compressor)
+  // overrides it. _qxflush().
+  virtual bool _qxsync();
 
  public:
   // Text insertion: every value has exactly one textual form.
@@ -422,8 +429,9 @@ class QXPLATFORM_EXPORT qxostream : public qxstream {
   // Writes n bytes from the start of s; n is not checked against s.size().
   unsigned long long write(const std::string& s, unsigned long n);
 
-  // Hands the span to the sink; the result of _qxflush.
-  bool flush() { return _qxflush(); }
+  // Hands the span to the sink; the result of _qxsync, which is that of
+  // _qxflush unless a back-end says otherwise.
+  bool flush() { return _qxsync(); }
   bool open(const char* name);
   bool open(const std::string& name);
   // Writes into the n bytes at data in place.

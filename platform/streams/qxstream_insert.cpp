@@ -163,8 +163,18 @@ qxostream& operator<<(qxostream& out, const QXExact& exact) {
   char* end;
   double value = exact.value;
   if (exact.single) {
-    end =
-        std::to_chars(text, text + sizeof text, static_cast<float>(value)).ptr;
+    float single = static_cast<float>(value);
+    end = std::to_chars(text, text + sizeof text, single).ptr;
+    // Text is read back as a double and then narrowed. For a few floats the
+    // shortest text lies so close to the midpoint between two floats that
+    // the double it reads as narrows to the neighbour (7.038531e-26 is
+    // one); those get the double's shortest text, which reads back as the
+    // float's exact value.
+    double readBack = 0;
+    std::from_chars(text, end, readBack);
+    if (std::isfinite(single) && static_cast<float>(readBack) != single) {
+      end = std::to_chars(text, text + sizeof text, value).ptr;
+    }
   } else if (value != 0 && std::fabs(value) < DBL_MIN) {
     char* p = text;
     if (std::signbit(value)) {
@@ -188,7 +198,7 @@ qxostream& qxendl(qxostream& out) {
     return out;
   }
   *out._ptr++ = '\n';
-  out._qxflush();
+  out._qxsync();
   return out;
 }
 
@@ -201,7 +211,7 @@ qxostream& qxends(qxostream& out) {
 }
 
 qxostream& qxflush(qxostream& out) {
-  out._qxflush();
+  out._qxsync();
   return out;
 }
 

@@ -20,13 +20,16 @@ QXPLATFORM_EXPORT QXStreamManager& QXStreamMngr();
 
 // Opens name for reading: as QXStreamManager::openInput, then a name that
 // cannot be opened is tried again with ".gz" appended, and data starting
-// with the gzip magic bytes 0x1F 0x8B are unpacked, whatever the name. An
+// with the gzip magic bytes 0x1F 0x8B are unpacked, whatever the name (and,
+// with QXSetZstdStreams(true), data starting with the zstd magic). An
 // empty file gives an empty stream. Null when nothing could be opened. The
 // caller owns the result and gives it back with QXCloseIStream. Any thread.
 QXPLATFORM_EXPORT qxistream* QXOpenIStream(const char* name);
 // Opens name for writing: as QXStreamManager::openOutput; when the name
 // contains ".gz" anywhere the data are packed as gzip. Null when nothing
-// could be opened. Give the result back with QXCloseOStream. Any thread.
+// could be opened. With QXSetZstdStreams(true), a name ending in ".zst" is
+// packed as zstd instead. Give the result back with QXCloseOStream. Any
+// thread.
 QXPLATFORM_EXPORT qxostream* QXOpenOStream(const char* name);
 // Closes s and disposes of it: through the closer of the handler that made
 // it, else by deleting it. Null is ignored. Any thread.
@@ -75,6 +78,12 @@ QXPLATFORM_EXPORT QXOStreamHandle QXOpenOStreamHandle(const char* name);
 // Registers open and close for names whose part before the first ':' is
 // prefix (a name without ':' is its own prefix), replacing an earlier pair.
 // True. Handlers cannot be removed. Any thread.
+// open returns a stream allocated with new (or null): the manager deletes a
+// handler's stream itself, bypassing close, when it is empty with its end
+// flag set (a failed open) and when a wrapper it was put in (gzip, zstd, or
+// the one that yields looked-at bytes of a stream that cannot go back) is
+// closed.
+// close disposes of every other stream open made, once, after its close().
 QXPLATFORM_EXPORT bool QXRegisterIStream(const char* prefix,
                                          qxistream* (*open)(const char* name),
                                          void (*close)(qxistream* s));
@@ -122,6 +131,21 @@ class QXPLATFORM_EXPORT QXStreamManager {
                                 OCloser close);
 
   qxistream* OpenIStream(const char* name);
+  // With zstd streams on, s wrapped in a zstd reader when its data start
+  // with the zstd magic, else s itself; s has a byte in its span.
+  qxistream* UnpackZstd(qxistream* s);
+  // Where a stream stood before bytes at its start were looked at.
+  struct StartMark {
+    char* at;
+    char* span;
+    unsigned long long offset;
+  };
+  static StartMark MarkStart(const qxistream* s);
+  // Puts s back on its first byte after the n bytes taken were read from
+  // its start; a stream that cannot go back is returned with the bytes in
+  // front of what is left, perhaps inside a wrapper that owns it.
+  qxistream* RewindToFirstByte(qxistream* s, const StartMark& mark,
+                               const unsigned char* taken, unsigned long n);
   qxostream* OpenOStream(const char* name);
   int CloseIStream(qxistream* s);
   int CloseOStream(qxostream* s);

@@ -1,8 +1,11 @@
 #include "qxwrapperstream.h"
 
 #include <cstdlib>
+#include <string>
 
+#include "qxfstream.h"
 #include "qxstdstream.h"
+#include "qxstdstream_private.h"
 
 namespace QXPlatform {
 
@@ -135,8 +138,10 @@ qxowrapperstream::~qxowrapperstream() {
     try {
       _stream->flush();
     } catch (const QXIOError& error) {
-      qxerr << "Caught QXIOError during qxowrapperstream destruction: "
-            << error.what() << qxendl;
+      QXWriteDiagnostic(
+          std::string(
+              "Caught QXIOError during qxowrapperstream destruction: ") +
+          error.what() + "\n");
       kept = true;
     } catch (...) {
       std::abort();
@@ -184,9 +189,11 @@ void qxowrapperstream::clear() {
   _qxclear();
   if (_stream != nullptr) {
     _stream->flush();
-    if (_owned) {
-      // Closed before it is deleted, so that a failure of the last write or
-      // of closing the device reaches this stream's error().
+    // A file stream is closed before it is deleted, so that a failure of
+    // closing the descriptor reaches this stream's error(); its destructor
+    // would close it anyway. Other owned streams see only the flush and the
+    // delete, as they always have.
+    if (_owned && dynamic_cast<qxofstream*>(_stream) != nullptr) {
       _stream->close();
     }
     TakeError(*_stream);

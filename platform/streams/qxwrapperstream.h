@@ -65,8 +65,9 @@ class QXPLATFORM_EXPORT qxiwrapperstream : public qxistream {
 // Writes through another output stream with a block of its own. Bytes still
 // in the block when the wrapper is destroyed, cleared or re-set are lost:
 // flush() or close() first. error() takes the inner stream's failure; an
-// owned inner stream is closed before it is deleted, so the failure of its
-// last write or of its close is seen too. One thread at a time.
+// owned inner file stream (qxofstream) is closed before it is deleted, so a
+// failure of closing its descriptor is seen too, while any other owned inner
+// stream is flushed and deleted only. One thread at a time.
 class QXPLATFORM_EXPORT qxowrapperstream : public qxostream {
  public:
   // Empty (no room), then set(inner, owned).

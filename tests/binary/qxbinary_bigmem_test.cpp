@@ -2,6 +2,7 @@
 // and packed arrays whose 32-bit bit count wraps while every value is still
 // kept. Run with `ctest -L bigmem`.
 
+#include <stdio.h>
 #include <string.h>
 
 #include <cmath>
@@ -14,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "support/qxtest_binary.h"
+#include "support/qxtest_support.h"
 #include <QXPlatform/QXPlatform.h>
 
 namespace QXPlatform {
@@ -187,6 +189,64 @@ TEST(QXBinaryBigMemoryTest, EveryFloatPastTwoToTheThirtyTwoBitsRoundTrips) {
             12u);
   EXPECT_NEAR(back[kWrapCount - 1], 0.75f, 1e-6f);
   EXPECT_NEAR(back[kWrapCount / 2], values[kWrapCount / 2], 1e-6f);
+}
+
+// The peak resident size of the process in bytes (VmHWM), after resetting
+// it when reset is true; 0 when it cannot be read.
+unsigned long long PeakResident(bool reset) {
+  if (reset) {
+    FILE* clear = fopen("/proc/self/clear_refs", "w");
+    if (clear == nullptr) {
+      return 0;
+    }
+    fputs("5", clear);
+    fclose(clear);
+  }
+  FILE* status = fopen("/proc/self/status", "r");
+  if (status == nullptr) {
+    return 0;
+  }
+  char line[256];
+  unsigned long long kib = 0;
+  while (fgets(line, sizeof line, status) != nullptr) {
+    if (sscanf(line, "VmHWM: %llu kB", &kib) == 1) {
+      break;
+    }
+  }
+  fclose(status);
+  return kib * 1024;
+}
+
+TEST(QXBinaryBigMemoryTest, AShortStringClaimingAGigabyteCostsOneGigabyte) {
+  if (testing::UnderAllocatingSanitizer()) {
+    GTEST_SKIP() << "a sanitizer's shadow memory distorts the resident size";
+  }
+  const unsigned long long kClaim = 1ULL << 30;
+  // 14 bytes: a length word claiming 1 GiB and 10 bytes of the string.
+  std::string record(
+      "\x40\x00\x00\x00"
+      "0123456789",
+      14);
+  std::string s = "old";
+  unsigned long long before = PeakResident(true);
+  ASSERT_GT(before, 0u);
+  unsigned long result = 0;
+  try {
+    qxisstream in(record);
+    result = QX_io_read_binary(in, s);
+  } catch (const std::bad_alloc&) {
+    GTEST_SKIP() << "1 GiB could not be had";
+  }
+  unsigned long long peak = PeakResident(false);
+  EXPECT_EQ(result, 14u);
+  ASSERT_EQ(s.size(), kClaim);
+  EXPECT_EQ(s.compare(0, 10, "0123456789"), 0);
+  EXPECT_EQ(s[10], '\0');
+  EXPECT_EQ(s[kClaim / 2], '\0');
+  EXPECT_EQ(s[kClaim - 1], '\0');
+  // The string itself is 1 GiB; a scratch copy beside it would double that.
+  EXPECT_LT(peak - before, kClaim + kClaim / 4)
+      << "peak grew by " << (peak - before) << " bytes";
 }
 
 }  // namespace

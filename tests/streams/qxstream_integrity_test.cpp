@@ -3,8 +3,10 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <stdlib.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <sstream>
 #include <streambuf>
 #include <string>
@@ -239,27 +241,50 @@ TEST(qxstreamIntegrityTest, OutputWrapperTakesTheInnerFailure) {
   EXPECT_EQ(out.error(), ENOSPC);
 }
 
-// Takes every byte and fails only when it is closed, as a file system that
-// reports a lost write at close(2) does.
-class FailsOnClose : public qxostream {
+// Takes every byte, counts how often it is closed and fails when it is; its
+// destructor does not close it.
+class CountsCloses : public qxostream {
+ public:
+  explicit CountsCloses(int* closes) : _closes(closes) {}
+
  protected:
   bool _qxclose() override {
+    ++*_closes;
     SetError(EIO);
     return true;
   }
+
+ private:
+  int* _closes;
 };
 
-TEST(qxstreamIntegrityTest, OwnedInnerIsClosedSoItsLastFailureIsSeen) {
-  qxowrapperstream owning(new FailsOnClose, true);
-  owning.write("abc", 3);
+TEST(qxstreamIntegrityTest, OwnedStreamOtherThanAFileIsOnlyFlushedAndDeleted) {
+  int closes = 0;
+  {
+    qxowrapperstream owning(new CountsCloses(&closes), true);
+    EXPECT_EQ(owning.write("abc", 3), 3u);
+    owning.close();
+    EXPECT_EQ(owning.error(), 0);
+  }
+  EXPECT_EQ(closes, 0);
+}
+
+TEST(qxstreamIntegrityTest, OwnedFileStreamIsClosedWithEverythingWritten) {
+  std::string path = ::testing::TempDir() + "qx_owned_file_XXXXXX";
+  int fd = mkstemp(&path[0]);
+  ASSERT_GE(fd, 0);
+  ::close(fd);
+  qxowrapperstream owning(new qxofstream(path.c_str()), true);
+  EXPECT_EQ(owning.write("abc", 3), 3u);
   owning.close();
-  EXPECT_EQ(owning.error(), EIO);
-  // Not owned, it is left open and has nothing to report yet.
-  FailsOnClose inner;
-  qxowrapperstream borrowing(&inner, false);
-  borrowing.write("abc", 3);
-  borrowing.close();
-  EXPECT_EQ(borrowing.error(), 0);
+  EXPECT_EQ(owning.error(), 0);
+  std::FILE* f = std::fopen(path.c_str(), "rb");
+  ASSERT_NE(f, nullptr);
+  char got[8] = {};
+  EXPECT_EQ(std::fread(got, 1, sizeof got, f), 3u);
+  std::fclose(f);
+  EXPECT_STREQ(got, "abc");
+  ::unlink(path.c_str());
 }
 
 TEST(qxstreamIntegrityTest, FanOutReportsTheFirstFailingTarget) {

@@ -8,6 +8,7 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <random>
@@ -206,6 +207,19 @@ bool SameValue(double a, double b) {
     return std::isnan(a) && std::isnan(b) && std::signbit(a) == std::signbit(b);
   }
   return a == b && std::signbit(a) == std::signbit(b);
+}
+
+TEST(qxexactTest, FloatWhoseShortestTextNarrowsWrongGetsTheDoubleText) {
+  // Its shortest float text, 7.038531e-26, reads as a double that narrows
+  // to the next float up.
+  uint32_t bits = 0x15ae43fd;
+  float value;
+  std::memcpy(&value, &bits, sizeof value);
+  ASSERT_NE(static_cast<float>(std::strtod("7.038531e-26", nullptr)), value);
+  EXPECT_EQ(Exact(value), "7.038530691851209e-26");
+  EXPECT_EQ(Exact(-value), "-7.038530691851209e-26");
+  EXPECT_EQ(ReadBack<float>(Exact(value)), value);
+  EXPECT_EQ(ReadBack<float>(Exact(-value)), -value);
 }
 
 TEST(qxexactTest, SpecialValuesReadBack) {

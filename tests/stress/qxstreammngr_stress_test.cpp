@@ -28,10 +28,9 @@ const int kRounds = 1500;
 std::atomic<long> gOpened(0);
 std::atomic<long> gClosed(0);
 
-// The manager keeps a stream's closer entry after closing it, so a later
-// stream at the same address (a file stream, say) would be closed by that
-// handler and upset the counts below. Handler streams therefore come from
-// storage of their own, which the library's streams never reuse.
+// Handler streams come from storage of their own, which the library's
+// streams never reuse, so the counts below cannot be upset by a file stream
+// at a freed handler stream's address, whatever the manager does.
 template <typename Base>
 class Pooled : public Base {
  public:

@@ -12,6 +12,39 @@
 namespace QXPlatform {
 namespace testing {
 
+// True in a build with AddressSanitizer, whose quarantine keeps freed
+// addresses unused for a while. Inline, so that it answers for the test's
+// own build.
+inline bool UnderAddressSanitizer() {
+#if defined(__SANITIZE_ADDRESS__)
+  return true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+  return true;
+#else
+  return false;
+#endif
+#else
+  return false;
+#endif
+}
+
+// True in a build with AddressSanitizer or ThreadSanitizer, whose allocators
+// bypass mallinfo2 and whose shadow memory inflates the resident size.
+inline bool UnderAllocatingSanitizer() {
+#if defined(__SANITIZE_THREAD__)
+  return true;
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+  return true;
+#else
+  return UnderAddressSanitizer();
+#endif
+#else
+  return UnderAddressSanitizer();
+#endif
+}
+
 // A fresh directory under $TMPDIR (or /tmp), removed with its contents when
 // the object goes away.
 class ScratchDir {

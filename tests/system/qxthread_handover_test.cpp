@@ -13,12 +13,14 @@
 #include <gtest/gtest.h>
 #include <jni.h>
 
+#include "support/qxtest_fakevm.h"
 #include "support/qxtest_support.h"
 
 namespace QXPlatform {
 namespace {
 
 using testing::CaptureFd;
+using testing::FakeVm;
 
 std::atomic<int> g_attaches{0};
 std::atomic<int> g_detaches{0};
@@ -39,18 +41,8 @@ jint JNICALL FakeDetach(JavaVM* /*vm*/) {
   return JNI_OK;
 }
 
-struct FakeVm {
-  FakeVm() {
-    table.AttachCurrentThread = &FakeAttach;
-    table.DetachCurrentThread = &FakeDetach;
-    vm.functions = &table;
-  }
-  JNIInvokeInterface_ table{};
-  JavaVM vm{};
-};
-
 FakeVm& TheVm() {
-  static FakeVm fake;
+  static FakeVm fake(&FakeAttach, &FakeDetach);
   return fake;
 }
 

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <jni.h>
 
+#include "support/qxtest_fakevm.h"
 #include "support/qxtest_support.h"
 #include <QXPlatform/system/qxthread.h>
 
@@ -19,6 +20,7 @@ namespace QXPlatform {
 namespace {
 
 using testing::CaptureFd;
+using testing::FakeVm;
 
 enum class AttachMode { kAccept, kRefuse, kNullEnvironment, kWithdrawVm };
 
@@ -79,23 +81,13 @@ jint JNICALL FakeDetach(JavaVM* /*vm*/) {
   return JNI_OK;
 }
 
-struct FakeVm {
-  FakeVm() {
-    table.AttachCurrentThread = &FakeAttach;
-    table.DetachCurrentThread = &FakeDetach;
-    vm.functions = &table;
-  }
-  JNIInvokeInterface_ table{};
-  JavaVM vm{};
-};
-
 FakeVm& FirstVm() {
-  static FakeVm fake;
+  static FakeVm fake(&FakeAttach, &FakeDetach);
   return fake;
 }
 
 FakeVm& SecondVm() {
-  static FakeVm fake;
+  static FakeVm fake(&FakeAttach, &FakeDetach);
   return fake;
 }
 
