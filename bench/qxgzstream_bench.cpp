@@ -171,15 +171,6 @@ void BM_GetlineWithGzgets(benchmark::State& state) {
 }
 BENCHMARK(BM_GetlineWithGzgets)->Unit(benchmark::kMillisecond)->Iterations(3);
 
-// CPU seconds used by finished child processes so far.
-double ChildCpuSeconds() {
-  struct rusage usage;
-  getrusage(RUSAGE_CHILDREN, &usage);
-  return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-         static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) /
-             1e6;
-}
-
 // Timed by the wall clock around the command; the counter child_cpu_ms gives
 // the CPU time zcat (and its shell) used per run, for comparison with the CPU
 // column of the in-process benchmarks on a busy machine.
