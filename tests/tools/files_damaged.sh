@@ -1,0 +1,17 @@
+# Damaged or foreign input: status 1, the reason named, no output left,
+# the input kept. gzip -d behaves alike; with -dcf both copy data that are
+# not compressed unchanged.
+seq 1 5000 > a.txt; gzip -c a.txt > cut.gz; truncate -s 200 cut.gz; cp cut.gz gcut.gz
+printf 'plain' > p.gz; cp p.gz gp.gz
+zstd -q -c a.txt > cut.zst; truncate -s 100 cut.zst; cp cut.zst zcut.zst
+"$QXPLATFORM" -d cut.gz 2> err.txt; echo "qxplatform: $? $(cat err.txt)"
+gzip -d gcut.gz 2>/dev/null; echo "gzip: $?"
+"$QXPLATFORM" -d cut.zst 2> err.txt; echo "qxplatform: $? $(cat err.txt)"
+zstd -q -d zcut.zst 2>/dev/null; echo "zstd: $?"
+"$QXPLATFORM" -d p.gz 2> err.txt; echo "qxplatform: $? $(cat err.txt)"
+gzip -d gp.gz 2>/dev/null; echo "gzip: $?"
+ls
+printf 'plain\n' | "$QXPLATFORM" -dcf; echo "qxplatform -dcf: $?"
+printf 'plain\n' | gzip -dcf; echo "gzip -dcf: $?"
+"$QXPLATFORM" -dc < p.gz 2> err.txt; echo "qxplatform -dc: $? $(cat err.txt)"
+gzip -dc < p.gz 2> /dev/null; echo "gzip -dc: $?"
