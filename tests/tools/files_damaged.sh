@@ -15,3 +15,9 @@ printf 'plain\n' | "$QXPLATFORM" -dcf; echo "qxplatform -dcf: $?"
 printf 'plain\n' | gzip -dcf; echo "gzip -dcf: $?"
 "$QXPLATFORM" -dc < p.gz 2> err.txt; echo "qxplatform -dc: $? $(cat err.txt)"
 gzip -dc < p.gz 2> /dev/null; echo "gzip -dc: $?"
+# With -f over an existing output, damaged input leaves that output as it
+# was (gzip has removed it by then), and no scratch file behind.
+printf 'old\n' > cut; printf 'old\n' > gcut
+"$QXPLATFORM" -df cut.gz 2> err.txt; echo "qxplatform -df: $? $(cat err.txt)"; cat cut
+gzip -df gcut.gz 2> /dev/null; echo "gzip -df: $?"; cat gcut 2> /dev/null || echo "gcut: gone"
+rm err.txt; ls

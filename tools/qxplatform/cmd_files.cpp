@@ -6,6 +6,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -56,63 +57,79 @@ int Usage(const std::string& problem) {
   return kExitUsage;
 }
 
-// A long option's name and, after '=', its value.
-bool LongOption(const std::string& arg, Options* o, int* i, int argc,
-                char** argv, std::string* problem) {
-  std::string name = arg;
-  std::string value;
-  bool hasValue = false;
-  size_t eq = arg.find('=');
-  if (eq != std::string::npos) {
-    name = arg.substr(0, eq);
-    value = arg.substr(eq + 1);
-    hasValue = true;
+// The flags that take no value: the one-letter name (0 for none) and the
+// long names.
+struct Flag {
+  char letter;
+  const char* name;
+  const char* alias;
+  void (*set)(Options*);
+};
+
+const Flag kFlags[] = {
+    {'c', "--stdout", "--to-stdout", [](Options* p) { p->toStdout = true; }},
+    {'d', "--decompress", "--uncompress",
+     [](Options* p) { p->action = Action::kDecompress; }},
+    {'f', "--force", nullptr, [](Options* p) { p->force = true; }},
+    {'k', "--keep", nullptr, [](Options* p) { p->keep = true; }},
+    {'l', "--list", nullptr, [](Options* p) { p->action = Action::kList; }},
+    {'t', "--test", nullptr, [](Options* p) { p->action = Action::kTest; }},
+    {'1', "--fast", nullptr, [](Options* p) { p->level = 1; }},
+    {'9', "--best", nullptr, [](Options* p) { p->level = 9; }},
+    {'V', "--version", nullptr, [](Options* p) { p->version = true; }},
+    {'h', "--help", nullptr, [](Options* p) { p->help = true; }},
+};
+
+// Sets the method named by value; an empty text or the problem found.
+std::string SetMethod(const std::string& value, Options* o) {
+  o->method = MethodFromText(value);
+  if (o->method == Method::kNone) {
+    return "unknown method '" + value + "' (use gz or zstd)";
   }
-  if (name == "--method") {
-    if (!hasValue) {
-      if (*i + 1 >= argc) {
-        *problem = "option '--method' needs a method (gz or zstd)";
-        return false;
-      }
-      value = argv[++*i];
-    }
-    o->method = MethodFromText(value);
-    if (o->method == Method::kNone) {
-      *problem = "unknown method '" + value + "' (use gz or zstd)";
-      return false;
-    }
+  return std::string();
+}
+
+// The value of an option that takes one: the rest of the argument when
+// there is any, else the next argument. False when there is none.
+bool OptionValue(const std::string& rest, int* i, int argc, char** argv,
+                 std::string* value) {
+  if (!rest.empty()) {
+    *value = rest;
     return true;
   }
-  struct Flag {
-    const char* name;
-    void (*set)(Options*);
-  };
-  static const Flag kFlags[] = {
-      {"--stdout", [](Options* p) { p->toStdout = true; }},
-      {"--to-stdout", [](Options* p) { p->toStdout = true; }},
-      {"--decompress", [](Options* p) { p->action = Action::kDecompress; }},
-      {"--uncompress", [](Options* p) { p->action = Action::kDecompress; }},
-      {"--force", [](Options* p) { p->force = true; }},
-      {"--keep", [](Options* p) { p->keep = true; }},
-      {"--list", [](Options* p) { p->action = Action::kList; }},
-      {"--test", [](Options* p) { p->action = Action::kTest; }},
-      {"--fast", [](Options* p) { p->level = 1; }},
-      {"--best", [](Options* p) { p->level = 9; }},
-      {"--version", [](Options* p) { p->version = true; }},
-      {"--help", [](Options* p) { p->help = true; }},
-  };
+  if (*i + 1 >= argc) {
+    return false;
+  }
+  *value = argv[++*i];
+  return true;
+}
+
+// A long option: its name and, after '=' (or as the next argument for
+// --method), its value. An empty text or the problem found.
+std::string LongOption(const std::string& arg, Options* o, int* i, int argc,
+                       char** argv) {
+  size_t eq = arg.find('=');
+  std::string name = arg.substr(0, eq);
+  if (name == "--method") {
+    if (eq != std::string::npos) {
+      return SetMethod(arg.substr(eq + 1), o);
+    }
+    std::string value;
+    if (!OptionValue(std::string(), i, argc, argv, &value)) {
+      return "option '--method' needs a method (gz or zstd)";
+    }
+    return SetMethod(value, o);
+  }
   for (const Flag& flag : kFlags) {
-    if (name == flag.name) {
-      if (hasValue) {
-        *problem = "option '" + name + "' takes no value";
-        return false;
+    if (name == flag.name || (flag.alias != nullptr && name == flag.alias)) {
+      if (eq != std::string::npos) {
+        return "option '" + name + "' takes no value";
       }
       flag.set(o);
-      return true;
+      return std::string();
     }
   }
-  *problem = "unknown option '" + name + "'";
-  return false;
+  return "unknown option '" + name + "'";
 }
 
 // Parses the flags and FILEs; an empty text or the problem found.
@@ -128,9 +145,9 @@ std::string Parse(int argc, char** argv, Options* o) {
       optionsEnded = true;
       continue;
     }
-    std::string problem;
     if (arg.compare(0, 2, "--") == 0) {
-      if (!LongOption(arg, o, &i, argc, argv, &problem)) {
+      std::string problem = LongOption(arg, o, &i, argc, argv);
+      if (!problem.empty()) {
         return problem;
       }
       continue;
@@ -139,40 +156,31 @@ std::string Parse(int argc, char** argv, Options* o) {
     // cluster or the next argument.
     for (size_t k = 1; k < arg.size(); ++k) {
       char c = arg[k];
-      if (c >= '1' && c <= '9') {
-        o->level = c - '0';
-      } else if (c == 'c') {
-        o->toStdout = true;
-      } else if (c == 'd') {
-        o->action = Action::kDecompress;
-      } else if (c == 'f') {
-        o->force = true;
-      } else if (c == 'k') {
-        o->keep = true;
-      } else if (c == 'l') {
-        o->action = Action::kList;
-      } else if (c == 't') {
-        o->action = Action::kTest;
-      } else if (c == 'V') {
-        o->version = true;
-      } else if (c == 'h') {
-        o->help = true;
-      } else if (c == 'm') {
-        std::string value = arg.substr(k + 1);
-        if (value.empty()) {
-          if (i + 1 >= argc) {
-            return "option '-m' needs a method (gz or zstd)";
-          }
-          value = argv[++i];
+      if (c == 'm') {
+        std::string value;
+        if (!OptionValue(arg.substr(k + 1), &i, argc, argv, &value)) {
+          return "option '-m' needs a method (gz or zstd)";
         }
-        o->method = MethodFromText(value);
-        if (o->method == Method::kNone) {
-          return "unknown method '" + value + "' (use gz or zstd)";
+        std::string problem = SetMethod(value, o);
+        if (!problem.empty()) {
+          return problem;
         }
         break;
-      } else {
+      }
+      if (c >= '1' && c <= '9') {
+        o->level = c - '0';
+        continue;
+      }
+      const Flag* found = nullptr;
+      for (const Flag& flag : kFlags) {
+        if (flag.letter == c) {
+          found = &flag;
+        }
+      }
+      if (found == nullptr) {
         return std::string("unknown option '-") + c + "'";
       }
+      found->set(o);
     }
   }
   return std::string();
@@ -376,20 +384,28 @@ class Runner {
       return;
     }
 
-    // To a file of its own: never over an existing one without -f.
+    // To a file of its own: never over an existing one without -f. With
+    // -f the data go to a scratch name beside it first, and replace it only
+    // when all went well, so a failure leaves the old output as it was.
     struct stat existing;
-    if (lstat(outName.c_str(), &existing) == 0) {
-      if (!_o.force) {
-        Warn(outName + " already exists; not overwritten");
-        return;
-      }
-      if (unlink(outName.c_str()) != 0) {
-        Fail(outName, strerror(errno));
-        return;
-      }
+    bool replace = lstat(outName.c_str(), &existing) == 0;
+    if (replace && !_o.force) {
+      Warn(outName + " already exists; not overwritten");
+      return;
     }
-    int outFd = open(outName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
-                     0600);
+    if (replace && S_ISDIR(existing.st_mode)) {
+      Fail(outName, strerror(EISDIR));
+      return;
+    }
+    std::string writeName = outName;
+    int outFd;
+    if (replace) {
+      writeName = outName + ".XXXXXX";
+      outFd = mkostemp(&writeName[0], O_CLOEXEC);
+    } else {
+      outFd = open(outName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
+                   0600);
+    }
     if (outFd < 0) {
       Fail(outName, strerror(errno));
       return;
@@ -412,8 +428,12 @@ class Runner {
         ok = false;
       }
     }
+    if (ok && replace && rename(writeName.c_str(), outName.c_str()) != 0) {
+      Fail(outName, strerror(errno));
+      ok = false;
+    }
     if (!ok) {
-      unlink(outName.c_str());
+      unlink(writeName.c_str());
       return;
     }
     CopyAttributes(st, outName);
