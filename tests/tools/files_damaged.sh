@@ -21,3 +21,13 @@ printf 'old\n' > cut; printf 'old\n' > gcut
 "$QXPLATFORM" -df cut.gz 2> err.txt; echo "qxplatform -df: $? $(cat err.txt)"; cat cut
 gzip -df gcut.gz 2> /dev/null; echo "gzip -df: $?"; cat gcut 2> /dev/null || echo "gcut: gone"
 rm err.txt; ls
+# Empty input is cut short, as gzip and zstd say; with -f on standard input
+# it is copied (as nothing), as plain data are.
+: > empty.gz
+"$QXPLATFORM" -d < empty.gz 2> err.txt; echo "qxplatform -d empty: $? $(cat err.txt)"
+gzip -d < empty.gz 2> /dev/null; echo "gzip -d empty: $?"
+zstd -q -d < empty.gz 2> /dev/null; echo "zstd -d empty: $?"
+"$QXPLATFORM" -t empty.gz 2> err.txt; echo "qxplatform -t empty: $? $(cat err.txt)"
+"$QXPLATFORM" -df < empty.gz; echo "qxplatform -df empty: $?"
+gzip -df < empty.gz; echo "gzip -df empty: $?"
+printf 'plain\n' | "$QXPLATFORM" -df; echo "qxplatform -df plain: $?"

@@ -11,3 +11,8 @@ tty "zstd -q < a.txt"
 tty "$QXPLATFORM -f -c a.txt | gzip -dc"
 tty "$QXPLATFORM -f - < a.txt | gzip -dc"
 tty "$QXPLATFORM -dc a.txt.gz"
+# Compressed data are not read from a terminal either, unless -f; gzip
+# refuses the same.
+tty "$QXPLATFORM -d"
+tty "$QXPLATFORM -t"
+tty "gzip -d"

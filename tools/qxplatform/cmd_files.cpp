@@ -263,6 +263,13 @@ class Runner {
       }
       return;
     }
+    // Nobody types compressed data: waiting for them would only hang.
+    if (!_o.force && isatty(0)) {
+      Say("compressed data not read from a terminal. Use -f to force "
+          "decompression.");
+      _status.error = true;
+      return;
+    }
     Unpack(QXPlatform::qxin, "standard input", "-",
            _o.action == Action::kDecompress ? &QXPlatform::qxout : nullptr);
   }
@@ -279,14 +286,17 @@ class Runner {
     Method method = MethodFromMagic(peeked.head(), peeked.headSize());
     Failure why;
     if (method == Method::kNone) {
-      // As gzip -dcf: with -c and -f, data that are not compressed are
-      // copied unchanged.
-      if (out != nullptr && _o.force && _o.toStdout) {
-        if (UncompressStream(Method::kGz, peeked, out, &why)) {
+      // As gzip -dcf: with -f, data that are not compressed are copied
+      // unchanged to standard output (-c, or standard input).
+      if (out == &QXPlatform::qxout && _o.force) {
+        if (CopyStream(peeked, *out, &why)) {
           return true;
         }
       } else {
-        Fail(name, "not in gzip or zstd format");
+        // Empty input is cut short before any header, as gzip and zstd
+        // see it.
+        Fail(name, peeked.headSize() == 0 ? "unexpected end of file"
+                                          : "not in gzip or zstd format");
         return false;
       }
     } else {

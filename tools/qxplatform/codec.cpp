@@ -161,6 +161,18 @@ Method MethodFromMagic(const char* data, unsigned long n) {
   return Method::kNone;
 }
 
+bool CopyStream(qxistream& in, qxostream& out, Failure* why) {
+  if (!Copy(in, &out, why, nullptr)) {
+    return false;
+  }
+  if (!out.flush()) {
+    why->onOutput = true;
+    why->reason = Reason(out, "write failed");
+    return false;
+  }
+  return true;
+}
+
 bool CompressStream(Method method, int level, qxistream& in, qxostream& out,
                     Failure* why) {
   std::unique_ptr<qxostream> packer;

@@ -56,6 +56,10 @@ struct Failure {
   std::string reason;
 };
 
+// Copies all of in onto out unchanged and flushes out. False with why filled
+// in on a read or write failure.
+bool CopyStream(QXPlatform::qxistream& in, QXPlatform::qxostream& out,
+                Failure* why);
 // Packs all of in onto out as one gzip member or one zstd frame; level 0 is
 // the method's default. Flushes out but does not close it. False with why
 // filled in on a read or write failure.
