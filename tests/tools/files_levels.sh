@@ -11,3 +11,13 @@ done
 [ $(stat -c %s q9.zst) -lt $(stat -c %s q1.zst) ] && echo "qxplatform -m zstd: -9 smaller than -1"
 "$QXPLATFORM" --best -c a.txt | cmp - q9.gz && echo "--best is -9"
 "$QXPLATFORM" --fast -c a.txt | cmp - q1.gz && echo "--fast is -1"
+# A run of digits is one level, as zstd reads it: -19 for zstd; gz stops at 9.
+"$QXPLATFORM" -m zstd -19 -c a.txt > q19.zst; zstd -q -dc q19.zst | cmp - a.txt && echo "-m zstd -19: zstd reads it"
+# The same frames zstd makes at each level from a pipe (no content size).
+for l in 1 3 9 19; do
+  "$QXPLATFORM" -m zstd -$l -c a.txt | cmp - <(zstd -q -$l -c < a.txt) && echo "-m zstd -$l: the frame zstd -$l makes"
+done
+"$QXPLATFORM" -k19 a.txt 2> err.txt; echo "gz -k19: $? $(head -n 1 err.txt)"
+"$QXPLATFORM" -m zstd -20 a.txt 2> err.txt; echo "zstd -20: $? $(head -n 1 err.txt)"
+"$QXPLATFORM" -m zstd -123456789012 a.txt 2> err.txt; echo "zstd -123456789012: $? $(head -n 1 err.txt)"
+ls

@@ -35,6 +35,7 @@ struct Options {
   bool version = false;
   bool help = false;
   int level = 0;
+  std::string levelText;
   Method method = Method::kNone;
   std::vector<std::string> files;
 };
@@ -168,7 +169,12 @@ std::string Parse(int argc, char** argv, Options* o) {
         break;
       }
       if (c >= '1' && c <= '9') {
-        o->level = c - '0';
+        // A level: a run of digits is one number, as zstd reads -19.
+        size_t end = arg.find_first_not_of("0123456789", k);
+        end = end == std::string::npos ? arg.size() : end;
+        o->levelText = arg.substr(k, end - k);
+        o->level = end - k > 2 ? 100 : atoi(o->levelText.c_str());
+        k = end - 1;
         continue;
       }
       const Flag* found = nullptr;
@@ -474,6 +480,13 @@ int RunFiles(int argc, char** argv, void (*help)()) {
   std::string problem = Parse(argc, argv, &o);
   if (!problem.empty()) {
     return Usage(problem);
+  }
+  int highest = o.method == Method::kZstd ? 19 : 9;
+  if (o.level > highest) {
+    return Usage("level -" + o.levelText + " out of range (-1 to -" +
+                 std::to_string(highest) + " for " +
+                 MethodText(o.method == Method::kNone ? Method::kGz : o.method) +
+                 ")");
   }
   if (o.help) {
     help();
