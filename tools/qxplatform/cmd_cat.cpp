@@ -1,5 +1,5 @@
-// cat: opens each name through the stream manager (so gzip input is unpacked
-// by its content) and copies it to standard output.
+// cat: opens each name through the stream manager (so gzip and zstd input
+// are unpacked by their content) and copies it to standard output.
 
 #include <errno.h>
 #include <string.h>
@@ -23,8 +23,8 @@ void PrintHelp(FILE* to) {
       "usage: qxplatform cat [NAME...]\n"
       "\n"
       "Opens each NAME by name (a file path, or a registered prefix) and copies\n"
-      "it to standard output; gzip data is recognised by its content and\n"
-      "unpacked. No NAME, or '-', reads standard input.\n",
+      "it to standard output; gzip and zstd data are recognised by their\n"
+      "content and unpacked. No NAME, or '-', reads standard input.\n",
       to);
 }
 

@@ -1,17 +1,21 @@
-// compress and uncompress: whole-buffer compression of a file or of standard
-// input, with the method named on the command line.
+// compress and uncompress: a file or standard input streamed through the
+// library's gzip or zstd streams to a file or standard output, one block at
+// a time, so memory stays bounded whatever the size.
 
 #include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
-
-#include <new>
 
 #include <string>
 #include <vector>
 
 #include <QXPlatform/QXPlatform.h>
 
+#include "codec.h"
 #include "commands.h"
 
 namespace qxtool {
@@ -24,8 +28,10 @@ void PrintCompressHelp(FILE* to) {
       "Compresses all of IN (standard input when absent or '-') as one gzip\n"
       "member or one zstd frame and writes it to OUT (standard output when\n"
       "absent or '-'). Without -m the method comes from OUT's name: gz for\n"
-      "a name ending in \".gz\", zstd for \".zst\". Compressed data are not\n"
-      "written to a terminal unless -f (--force) is given.\n",
+      "a name ending in \".gz\", zstd for \".zst\". -1 (fastest) to -9\n"
+      "(smallest; up to -19 for zstd) set the level, by default 6 for gz\n"
+      "and 3 for zstd. Compressed data are not written to a terminal unless\n"
+      "-f (--force) is given.\n",
       to);
 }
 
@@ -34,38 +40,32 @@ void PrintUncompressHelp(FILE* to) {
       "usage: qxplatform uncompress -m gz|zstd [IN [OUT]]\n"
       "\n"
       "Uncompresses all of IN (standard input when absent or '-') and writes\n"
-      "the result to OUT (standard output when absent or '-'). With gz, data\n"
-      "that is not gzip comes out unchanged. Without -m the method comes from\n"
-      "IN's name: gz for a name ending in \".gz\", zstd for \".zst\".\n",
+      "the result to OUT (standard output when absent or '-'). Without -m the\n"
+      "method comes from IN's name: gz for a name ending in \".gz\", zstd for\n"
+      "\".zst\". With gz, data that is not gzip comes out unchanged; with\n"
+      "zstd, IN must start with a zstd frame. On damaged data the status is 1\n"
+      "and an existing OUT is left as it was.\n",
       to);
 }
 
 struct Arguments {
-  std::string method;
+  std::string methodText;
+  Method method = Method::kNone;
+  int level = 0;
+  bool levelGiven = false;
   bool force = false;
   std::string in = "-";
   std::string out = "-";
 };
 
-// The method a file name's suffix names: "gz" for ".gz", "zstd" for ".zst",
-// else "".
-std::string MethodOfName(const std::string& name) {
-  auto endsWith = [&name](const std::string& suffix) {
-    return name.size() > suffix.size() &&
-           name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0;
-  };
-  return endsWith(".gz") ? "gz" : endsWith(".zst") ? "zstd" : "";
-}
-
-// Parses [-m METHOD] [--] [IN [OUT]]; returns an empty text or the problem
-// found. Without -m the method comes from the name of the compressed side:
-// OUT for compress, IN for uncompress.
+// Parses [-m METHOD] [-#] [-f] [--] [IN [OUT]]; returns an empty text or the
+// problem found.
 std::string Parse(bool compress, int argc, char** argv, Arguments* args) {
   std::vector<std::string> positional;
   bool optionsEnded = false;
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
-    if (optionsEnded) {
+    if (optionsEnded || arg == "-" || arg.empty() || arg[0] != '-') {
       positional.push_back(arg);
     } else if (arg == "--") {
       optionsEnded = true;
@@ -73,33 +73,20 @@ std::string Parse(bool compress, int argc, char** argv, Arguments* args) {
       if (i + 1 >= argc) {
         return "-m needs a method (gz or zstd)";
       }
-      args->method = argv[++i];
+      args->methodText = argv[++i];
+    } else if (arg.compare(0, 9, "--method=") == 0) {
+      args->methodText = arg.substr(9);
+    } else if (arg.compare(0, 2, "-m") == 0 && arg.size() > 2) {
+      args->methodText = arg.substr(2);
+    } else if (compress && arg.size() >= 2 && arg.size() <= 3 &&
+               arg.find_first_not_of("0123456789", 1) == std::string::npos) {
+      args->level = atoi(arg.c_str() + 1);
+      args->levelGiven = true;
     } else if (compress && (arg == "-f" || arg == "--force")) {
       args->force = true;
-    } else if (arg.compare(0, 9, "--method=") == 0) {
-      args->method = arg.substr(9);
-    } else if (arg.compare(0, 2, "-m") == 0 && arg.size() > 2) {
-      args->method = arg.substr(2);
-    } else if (arg.size() > 1 && arg[0] == '-') {
-      return "unknown option '" + arg + "'";
     } else {
-      positional.push_back(arg);
+      return "unknown option '" + arg + "'";
     }
-  }
-  if (args->method.empty() && positional.size() <= 2) {
-    size_t named = compress ? 1 : 0;
-    if (positional.size() > named) {
-      args->method = MethodOfName(positional[named]);
-    }
-  }
-  if (args->method.empty()) {
-    return "missing -m gz|zstd";
-  }
-  if (args->method != "gz" && args->method != "zstd") {
-    return "unknown method '" + args->method + "' (use gz or zstd)";
-  }
-  if (positional.size() > 2) {
-    return "too many arguments";
   }
   if (!positional.empty()) {
     args->in = positional[0];
@@ -107,88 +94,116 @@ std::string Parse(bool compress, int argc, char** argv, Arguments* args) {
   if (positional.size() > 1) {
     args->out = positional[1];
   }
+  if (args->methodText.empty()) {
+    // The name says what the data are: OUT for compress, IN for uncompress.
+    args->method = positional.size() > 2
+                       ? Method::kNone
+                       : MethodFromName(compress ? args->out : args->in);
+    if (args->method == Method::kNone) {
+      return "missing -m gz|zstd";
+    }
+  } else {
+    args->method = MethodFromText(args->methodText);
+    if (args->method == Method::kNone) {
+      return "unknown method '" + args->methodText + "' (use gz or zstd)";
+    }
+  }
+  if (positional.size() > 2) {
+    return "too many arguments";
+  }
+  int highest = args->method == Method::kZstd ? 19 : 9;
+  if (args->levelGiven && (args->level < 1 || args->level > highest)) {
+    return "level -" + std::to_string(args->level) + " out of range (-1 to -" +
+           std::to_string(highest) + " for " + MethodText(args->method) + ")";
+  }
   return std::string();
 }
 
-// Reads all of a file (or standard input for "-") into data.
-// A read error (a directory, a failing device) is reported and gives false.
-bool ReadAll(const char* command, const std::string& name, std::string* data) {
-  if (name == "-") {
-    QXPlatform::qxin.read(*data);
-    if (QXPlatform::qxin.error() != 0) {
-      Complain(command, "standard input", QXPlatform::qxin.errortext());
+// Where the result goes: standard output, OUT itself when it is no regular
+// file (a device, a pipe), or a new file beside OUT that replaces it only
+// when everything went well, so that a failure leaves an existing OUT alone.
+class Output {
+ public:
+  Output(const char* command, const std::string& name)
+      : _command(command), _name(name) {}
+  ~Output() {
+    if (!_temporary.empty()) {
+      unlink(_temporary.c_str());
+    }
+  }
+
+  QXPlatform::qxostream* Open() {
+    if (_name == "-") {
+      return &QXPlatform::qxout;
+    }
+    struct stat st;
+    bool exists = stat(_name.c_str(), &st) == 0;
+    // A symbolic link keeps pointing where it did: the file it names is
+    // the one replaced.
+    std::string target = _name;
+    if (exists) {
+      char* real = realpath(_name.c_str(), nullptr);
+      if (real != nullptr) {
+        target = real;
+        free(real);
+      }
+    }
+    int fd;
+    if (exists && !S_ISREG(st.st_mode)) {
+      fd = open(_name.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+    } else {
+      _target = target;
+      _temporary = target + ".XXXXXX";
+      fd = mkostemp(&_temporary[0], O_CLOEXEC);
+      if (fd < 0) {
+        _temporary.clear();
+      } else {
+        // As a file created anew with open(2) would be.
+        mode_t mask = umask(0);
+        umask(mask);
+        fchmod(fd, exists ? (st.st_mode & 07777) : (0666 & ~mask));
+      }
+    }
+    if (fd < 0) {
+      Complain(_command, _name, strerror(errno));
+      return nullptr;
+    }
+    _file.openfd(fd, false);
+    return &_file;
+  }
+
+  // Closes the file and puts it in place; false (after saying why) when
+  // the last bytes could not be written.
+  bool Commit() {
+    if (_name == "-") {
+      return true;
+    }
+    if (!_file.close() || _file.error() != 0) {
+      Complain(_command, _name,
+               _file.error() != 0 ? _file.errortext() : strerror(EIO));
       return false;
+    }
+    if (!_temporary.empty()) {
+      if (rename(_temporary.c_str(), _target.c_str()) != 0) {
+        Complain(_command, _name, strerror(errno));
+        return false;
+      }
+      _temporary.clear();
     }
     return true;
   }
-  QXPlatform::qxifstream in(name.c_str());
-  if (in.eof()) {
-    Complain(command, name, WhyUnreadable(name));
-    return false;
-  }
-  in.read(*data);
-  if (in.error() != 0) {
-    Complain(command, name, in.errortext());
-    return false;
-  }
-  return true;
-}
 
-// Writes data to a file (or standard output for "-").
-bool WriteAll(const char* command, const std::string& name,
-              const std::string& data) {
-  QXPlatform::qxofstream file;
-  QXPlatform::qxofstream* out = &QXPlatform::qxout;
-  if (name != "-") {
-    if (!file.open(name.c_str())) {
-      Complain(command, name, WhyUnwritable(name));
-      return false;
-    }
-    out = &file;
+  std::string Shown() const {
+    return _name == "-" ? "standard output" : _name;
   }
-  bool ok = out->write(data) == data.size() || data.empty();
-  ok = out->flush() && ok;
-  if (name != "-") {
-    // Closing may be the first to hear of a lost write.
-    file.close();
-  }
-  if (!ok || out->error() != 0) {
-    Complain(command, Shown(name, "standard output"), WhyFailed(*out, EIO));
-    return false;
-  }
-  return true;
-}
 
-// Compresses or uncompresses data into result; false when the method
-// refuses the data. Damage found in data that still unpack in part is put
-// into damage, in the words of the gzip streams for gz ("unexpected end of
-// file", "invalid compressed data--crc error", ...).
-bool Transform(bool compress, const std::string& method,
-               const std::string& data, std::string* result,
-               std::string* damage) {
-  if (compress) {
-    return QXPlatform::QXCompress(*result, data, method.c_str());
-  }
-  if (method == "gz") {
-    // The stream itself, for the kind of damage: QXUncompress gives only
-    // EBADMSG. What it delivers is what QXUncompress would.
-    QXPlatform::qxisstream source(data.data(), data.size(), false);
-    QXPlatform::qxigzstream gz(&source, false);
-    gz.read(*result);
-    if (gz.error() != 0) {
-      *damage = gz.errortext();
-    }
-    return true;
-  }
-  int error = 0;
-  bool ok = QXPlatform::QXUncompress(*result, data, method.c_str(), &error);
-  if (ok && error != 0) {
-    // A zstd decoder that took all the input without an error and still
-    // wants more: the frame was cut short.
-    *damage = "unexpected end of file";
-  }
-  return ok;
-}
+ private:
+  const char* _command;
+  std::string _name;
+  std::string _target;
+  std::string _temporary;
+  QXPlatform::qxofstream _file;
+};
 
 int Run(const char* command, bool compress, int argc, char** argv,
         void (*help)(FILE*)) {
@@ -206,48 +221,49 @@ int Run(const char* command, bool compress, int argc, char** argv,
              "compressed data not written to a terminal (use -f to force)");
     return kExitFailure;
   }
-  std::string data;
-  if (!ReadAll(command, args.in, &data)) {
+  QXPlatform::qxifstream file;
+  QXPlatform::qxistream* in = &QXPlatform::qxin;
+  std::string inShown = "standard input";
+  if (args.in != "-") {
+    int fd = open(args.in.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat st;
+    if (fd >= 0 && fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
+      close(fd);
+      fd = -1;
+      errno = EISDIR;
+    }
+    if (fd < 0) {
+      Complain(command, args.in, strerror(errno));
+      return kExitFailure;
+    }
+    file.openfd(fd, false);
+    in = &file;
+    inShown = args.in;
+  }
+  Output output(command, args.out);
+  QXPlatform::qxostream* out = output.Open();
+  if (out == nullptr) {
     return kExitFailure;
   }
-  std::string result;
-  std::string damage;
-  bool ok = Transform(compress, args.method, data, &result, &damage);
+  Failure why;
+  bool ok = compress
+                ? CompressStream(args.method, args.level, *in, *out, &why)
+                : UncompressStream(args.method, *in, out, &why);
   if (!ok) {
-    Complain(command, Shown(args.in, "standard input"),
-             compress ? "compression failed"
-                      : "not valid " + args.method + " data");
+    Complain(command, why.onOutput ? output.Shown() : inShown, why.reason);
     return kExitFailure;
   }
-  if (!damage.empty()) {
-    Complain(command, Shown(args.in, "standard input"), damage);
-    return kExitFailure;
-  }
-  return WriteAll(command, args.out, result) ? kExitOk : kExitFailure;
-}
-
-// Run, with memory exhaustion (a huge input, or a small one that unpacks to
-// more than memory holds) reported like any other failure.
-int RunGuarded(const char* command, bool compress, int argc, char** argv,
-               void (*help)(FILE*)) {
-  try {
-    return Run(command, compress, argc, argv, help);
-  } catch (const std::bad_alloc&) {
-    Arguments args;
-    Parse(compress, argc, argv, &args);
-    Complain(command, Shown(args.in, "standard input"), strerror(ENOMEM));
-    return kExitFailure;
-  }
+  return output.Commit() ? kExitOk : kExitFailure;
 }
 
 }  // namespace
 
 int RunCompress(int argc, char** argv) {
-  return RunGuarded("compress", true, argc, argv, PrintCompressHelp);
+  return Run("compress", true, argc, argv, PrintCompressHelp);
 }
 
 int RunUncompress(int argc, char** argv) {
-  return RunGuarded("uncompress", false, argc, argv, PrintUncompressHelp);
+  return Run("uncompress", false, argc, argv, PrintUncompressHelp);
 }
 
 }  // namespace qxtool

@@ -1,5 +1,5 @@
 // write: copies standard input to a stream opened by name; ".gz" anywhere in
-// the name compresses.
+// the name or a ".zst" ending compresses.
 
 #include <errno.h>
 #include <string.h>
@@ -18,7 +18,7 @@ void PrintHelp(FILE* to) {
       "usage: qxplatform write NAME\n"
       "\n"
       "Copies standard input to NAME, opened by name; a NAME containing \".gz\"\n"
-      "is written as gzip data.\n",
+      "is written as gzip data, a NAME ending in \".zst\" as zstd data.\n",
       to);
 }
 
@@ -57,7 +57,11 @@ int RunWrite(int argc, char** argv) {
       break;
     }
   }
-  if (ok && name.find(".gz") == std::string::npos) {
+  // A flush would end a block of compressed data early; the checked close
+  // below finishes them.
+  bool packed = name.find(".gz") != std::string::npos ||
+                (name.size() >= 4 && name.compare(name.size() - 4, 4, ".zst") == 0);
+  if (ok && !packed) {
     ok = out->flush();
   }
   // The last block, the gzip trailer and closing the file may still fail;

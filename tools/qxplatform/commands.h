@@ -22,6 +22,9 @@ int RunCompress(int argc, char** argv);
 int RunUncompress(int argc, char** argv);
 int RunInfo(int argc, char** argv);
 int RunVersions(int argc, char** argv);
+// Without a command: argv[0] is the program, then flags and FILEs as gzip
+// and zstd take them; help prints the tool's help on standard output.
+int RunFiles(int argc, char** argv, void (*help)());
 
 // Prints "qxplatform <command>: <what>: <reason>" on standard error.
 void Complain(const char* command, const std::string& what,

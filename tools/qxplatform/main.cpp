@@ -1,5 +1,7 @@
-// qxplatform: a command-line front end to the library's streams, buffer
-// compression, system information and version report.
+// qxplatform: a command-line front end to the library's streams,
+// compression, system information and version report. A first argument
+// that is a command runs that command; one that starts with '-' makes the
+// tool work on FILEs as gzip and zstd do.
 
 #include <errno.h>
 #include <signal.h>
@@ -18,21 +20,43 @@ namespace {
 void PrintHelpTo(FILE* to) {
   fputs(
       "usage: qxplatform <command> [arguments]\n"
-      "       qxplatform --version\n"
+      "       qxplatform [-cdfkltV] [-1..-9] [-m gz|zstd] [--] [FILE...]\n"
       "\n"
       "commands:\n"
       "  cat [NAME...]                      copy streams to standard output "
-      "(gzip input is unpacked)\n"
+      "(gzip and zstd input is unpacked)\n"
       "  write NAME                         copy standard input to NAME "
-      "(\".gz\" in NAME compresses)\n"
-      "  compress -m gz|zstd [IN [OUT]]     compress a whole file\n"
-      "  uncompress -m gz|zstd [IN [OUT]]   uncompress a whole file\n"
+      "(\".gz\" in NAME or a \".zst\" ending compresses)\n"
+      "  compress -m gz|zstd [IN [OUT]]     compress a file or standard input\n"
+      "  uncompress -m gz|zstd [IN [OUT]]   uncompress a file or standard "
+      "input\n"
       "  info                               host, machine, user and process "
       "facts\n"
       "  versions                           the version report\n"
       "\n"
+      "options, without a command (as gzip and zstd take them):\n"
+      "  -c, --stdout        write to standard output, keep the input files\n"
+      "  -d, --decompress    decompress (the method from the data)\n"
+      "  -f, --force         overwrite existing outputs, write compressed data "
+      "to a\n"
+      "                      terminal, with -dc copy data that are not "
+      "compressed\n"
+      "  -k, --keep          keep the input files (removed otherwise)\n"
+      "  -l, --list          list compressed and uncompressed sizes\n"
+      "  -t, --test          test the integrity of compressed data\n"
+      "  -1 .. -9            compression level (--fast is -1, --best is -9)\n"
+      "  -m, --method=METHOD compress with gz (the default) or zstd\n"
+      "  -V, --version       print the version\n"
+      "  -h, --help          print this help\n"
+      "  --                  every later argument is a FILE\n"
+      "Each FILE is compressed to FILE.gz or FILE.zst, or decompressed from "
+      "it;\n"
+      "no FILE, or '-', reads standard input and writes standard output.\n"
+      "\n"
       "Run 'qxplatform <command> --help' for the arguments of a command.\n"
-      "Exit status: 0 success, 1 failure, 2 usage error.\n",
+      "Exit status: 0 success, 1 failure, 2 usage error or a FILE skipped with "
+      "a\n"
+      "warning.\n",
       to);
 }
 
@@ -83,6 +107,12 @@ int Dispatch(int argc, char** argv) {
     }
     return qxtool::kExitOk;
   }
+  if (command[0] == '-') {
+    // An option or "-" first: FILEs with the flags gzip and zstd take.
+    return qxtool::RunFiles(argc, argv, PrintHelp);
+  }
+  // The tool reads and writes .zst data as it does .gz data.
+  QXPlatform::QXSetZstdStreams(true);
   int subArgc = argc - 1;
   char** subArgv = argv + 1;
   if (command == "cat") {
