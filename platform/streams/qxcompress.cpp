@@ -4,6 +4,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <vector>
+
 #include <zstd.h>
 
 #include "qxgzstream.h"
@@ -72,9 +74,10 @@ bool IsMethod(const char* method, const char* name) {
   return method != nullptr && strcmp(method, name) == 0;
 }
 
-void GzCompress(std::string& out, const char* data, size_t len, int level = 0) {
+void GzCompress(std::string& out, const char* data, size_t len, int level = 0,
+                unsigned threads = 1) {
   qxosstream sink;
-  qxogzstream gz(&sink, false, level);
+  qxogzstream gz(&sink, false, level, threads);
   if (data != nullptr && len != 0) {
     gz.write(data, len);
   }
@@ -251,6 +254,62 @@ bool QXCompress(std::string& out, const char* data, size_t len,
 bool QXCompress(std::string& out, const std::string& data, const char* method,
                 int level) {
   return QXCompress(out, data.data(), data.size(), method, level);
+}
+
+bool QXCompress(std::string& out, const char* data, size_t len,
+                const char* method, int level, unsigned threads) {
+  if (threads <= 1) {
+    return QXCompress(out, data, len, method, level);
+  }
+  if (IsMethod(method, "gz")) {
+    if (level != 0 && (level < 1 || level > 9)) {
+      return false;
+    }
+    GzCompress(out, data, len, level, threads);
+    return true;
+  }
+  if (IsMethod(method, "zstd")) {
+    if (level != 0 &&
+        (level < ZSTD_minCLevel() || level > ZSTD_maxCLevel())) {
+      return false;
+    }
+    // A context of its own: the thread's stream keeps no workers.
+    ZSTD_CCtx* c = ZSTD_createCCtx();
+    if (c == nullptr) {
+      return false;
+    }
+    bool ok = !ZSTD_isError(ZSTD_CCtx_setParameter(
+                  c, ZSTD_c_compressionLevel, level == 0 ? kZstdLevel : level)) &&
+              !ZSTD_isError(ZSTD_CCtx_setParameter(
+                  c, ZSTD_c_nbWorkers, static_cast<int>(threads)));
+    std::string result;
+    if (ok) {
+      ZSTD_inBuffer in = {data, data != nullptr ? len : 0, 0};
+      std::vector<char> block(ZSTD_CStreamOutSize());
+      size_t left;
+      do {
+        ZSTD_outBuffer piece = {block.data(), block.size(), 0};
+        left = ZSTD_compressStream2(c, &piece, &in, ZSTD_e_end);
+        if (ZSTD_isError(left)) {
+          ok = false;
+          break;
+        }
+        result.append(block.data(), piece.pos);
+      } while (left != 0);
+    }
+    ZSTD_freeCCtx(c);
+    if (ok) {
+      out.swap(result);
+    }
+    return ok;
+  }
+  out.clear();
+  return false;
+}
+
+bool QXCompress(std::string& out, const std::string& data, const char* method,
+                int level, unsigned threads) {
+  return QXCompress(out, data.data(), data.size(), method, level, threads);
 }
 
 bool QXUncompress(std::string& out, const char* data, size_t len,

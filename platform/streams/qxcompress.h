@@ -33,6 +33,20 @@ QXPLATFORM_EXPORT bool QXCompress(std::string& out, const char* data,
 QXPLATFORM_EXPORT bool QXCompress(std::string& out, const std::string& data,
                                   const char* method, int level);
 
+// The same on up to threads threads: for "gz" as qxogzstream with a thread
+// count (one ordinary gzip member; 0 and 1 give the form above byte for
+// byte), for "zstd" with that many zstd worker threads (0 and 1 give the
+// form above; more give false, leaving out as it was, when the linked zstd
+// library was built without threads). Level and method as above. Any
+// thread.
+QXPLATFORM_EXPORT bool QXCompress(std::string& out, const char* data,
+                                  size_t len, const char* method, int level,
+                                  unsigned threads);
+// The same with the bytes of data.
+QXPLATFORM_EXPORT bool QXCompress(std::string& out, const std::string& data,
+                                  const char* method, int level,
+                                  unsigned threads);
+
 // Appends to out (without clearing it first) the len bytes at data
 // uncompressed by method. "gz": true, also for data that are not gzip (they
 // come out unchanged) and for damaged data (what could be unpacked is kept).

@@ -9,6 +9,7 @@
 
 #include <zlib.h>
 
+#include "qxdeflate_parallel_private.h"
 #include "qxstdstream.h"
 #include "qxstdstream_private.h"
 
@@ -40,6 +41,10 @@ struct gz_stream {
   const char* errortext;
   // Output: the zlib level asked for; checked when an inner stream is set.
   int level;
+  // Output: the threads asked for; 1 packs on the caller's thread.
+  unsigned threads;
+  // Output on several threads: the packer of the current member.
+  QXParallelDeflate* parallel;
 };
 
 namespace {
@@ -47,6 +52,8 @@ namespace {
 // Compressed data move in chunks of this size: read from the inner stream,
 // written to it, and unpacked per step.
 const unsigned int kChunk = 16384;
+// More packing threads than this are not started.
+const unsigned kMaxThreads = 64;
 const int kEnd = -1;
 
 const int kMagic1 = 0x1F;
@@ -102,6 +109,8 @@ gz_stream* NewRecord(Bytef* inbuf, Bytef* outbuf) {
   s->error = 0;
   s->errortext = nullptr;
   s->level = Z_DEFAULT_COMPRESSION;
+  s->threads = 1;
+  s->parallel = nullptr;
   return s;
 }
 
@@ -582,6 +591,14 @@ qxogzstream::qxogzstream(qxostream* inner, bool owned, int level)
   set(inner, owned);
 }
 
+qxogzstream::qxogzstream(qxostream* inner, bool owned, int level,
+                         unsigned threads)
+    : qxogzstream() {
+  _gz->level = level == 0 ? Z_DEFAULT_COMPRESSION : level;
+  _gz->threads = threads < 1 ? 1 : threads > kMaxThreads ? kMaxThreads : threads;
+  set(inner, owned);
+}
+
 qxogzstream::~qxogzstream() {
   _clearing = true;
   try {
@@ -603,9 +620,10 @@ qxogzstream::~qxogzstream() {
     std::abort();
   }
   _clearing = false;
-  if (_gz->inuse) {
+  if (_gz->inuse && _gz->parallel == nullptr) {
     deflateEnd(&_gz->stream);
   }
+  delete _gz->parallel;
   delete[] _gz->outbuf;
   delete _gz;
   _gz = nullptr;
@@ -668,6 +686,9 @@ bool qxogzstream::_qxflush() {
   if (_ptr != _end && !_clearing) {
     return true;
   }
+  if (_gz->threads > 1) {
+    return ParallelFlush();
+  }
   gz_stream* s = _gz;
   if (!s->ready && !Start()) {
     return false;
@@ -715,6 +736,57 @@ bool qxogzstream::_qxflush() {
   return true;
 }
 
+bool qxogzstream::ParallelFlush() {
+  gz_stream* s = _gz;
+  if (!s->ready) {
+    // The same ten bytes as on one thread.
+    static const char kHeader[10] = {kMagic1, static_cast<char>(kMagic2),
+                                     Z_DEFLATED, 0, 0, 0, 0, 0, 0, 0x03};
+    ResetRecord(s);
+    s->parallel = new QXParallelDeflate(s->level, s->threads);
+    s->inuse = 1;
+    s->ready = 1;
+    s->headerlen = 10;
+    if (_stream->write(kHeader, 10) != 10) {
+      LostWrite();
+      s->z_err = Z_ERRNO;
+      _eof = true;
+      _ptr = _end;
+      return false;
+    }
+  }
+  if (!s->inuse || s->z_err != Z_OK) {
+    _eof = true;
+    return false;
+  }
+  unsigned long fill = static_cast<unsigned long>(_ptr - _buffer);
+  _offset += fill;
+  if (fill == 0) {
+    _eof = true;
+    return false;
+  }
+  if (!s->parallel->Add(_buffer, fill, _stream)) {
+    ParallelFailed();
+    _eof = true;
+    _ptr = _end;
+    return false;
+  }
+  _ptr = _buffer;
+  return true;
+}
+
+void qxogzstream::ParallelFailed() {
+  gz_stream* s = _gz;
+  if (s->parallel->failed() == -1) {
+    s->z_err = Z_ERRNO;
+    LostWrite();
+  } else {
+    s->z_err = s->parallel->failed();
+    SetError(SystemErrorOf(s->z_err));
+    Report("qxogzstream flush error", nullptr);
+  }
+}
+
 void qxogzstream::_qxclear() {
   // Cleared again on the way out should the inner stream throw.
   struct ClearingScope {
@@ -744,6 +816,25 @@ void qxogzstream::LostWrite() {
 
 void qxogzstream::gzo_clear(qxostream* inner, gz_stream* s) {
   if (!s->inuse) {
+    return;
+  }
+  if (s->parallel != nullptr) {
+    bool finished = inner != nullptr && s->z_err == Z_OK &&
+                    s->parallel->Finish(inner);
+    if (finished) {
+      PutLong(inner, s->parallel->crc());
+      PutLong(inner, static_cast<unsigned long>(s->parallel->total()));
+    } else if (inner != nullptr && s->z_err == Z_OK) {
+      int failed = s->parallel->failed();
+      if (failed == -1) {
+        s->z_err = Z_ERRNO;
+      } else {
+        Fail(s, SystemErrorOf(failed), nullptr);
+      }
+    }
+    delete s->parallel;
+    s->parallel = nullptr;
+    s->inuse = 0;
     return;
   }
   if (inner == nullptr) {

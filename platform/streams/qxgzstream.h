@@ -87,6 +87,19 @@ class QXPLATFORM_EXPORT qxogzstream : public qxowrapperstream {
   // or -1 give zlib's default (6), as the form above. Any other level is
   // refused: error() is EINVAL and nothing can be written.
   qxogzstream(qxostream* inner, bool owned, int level);
+  // The same, packing on up to threads threads (more than 64 count as 64).
+  // 0 and 1 are the form above, byte for byte. With more, the data are cut
+  // into blocks of 128 KiB, each packed on a worker thread with the 32 KiB
+  // before it as its dictionary and ended on a byte boundary, and the blocks
+  // are written in order as one ordinary gzip member: any gzip reader gets
+  // the same data back. The packed bytes depend on the data and the level
+  // only, not on the thread count or on how the data were written, and are
+  // a little larger than on one thread. At most two blocks per thread are
+  // held; a writer that gets ahead waits. The workers start with the first
+  // full block and end with the member; they touch no stream, so the inner
+  // stream is used by the writing thread alone. flush() behaves as on one
+  // thread.
+  qxogzstream(qxostream* inner, bool owned, int level, unsigned threads);
   qxogzstream(const qxogzstream&) = delete;
   qxogzstream& operator=(const qxogzstream&) = delete;
   // Finishes the member on the inner stream (a QXIOError on the way is
@@ -116,6 +129,10 @@ class QXPLATFORM_EXPORT qxogzstream : public qxowrapperstream {
   bool Start();
   // Records why the inner stream refused compressed bytes.
   void LostWrite();
+  // _qxflush on several threads.
+  bool ParallelFlush();
+  // Records why packing on several threads stopped.
+  void ParallelFailed();
 };
 
 }  // namespace QXPlatform
