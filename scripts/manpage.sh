@@ -4,11 +4,15 @@
 # for every command that help lists. Each text goes in verbatim, in a no-fill
 # block, so the page says what the tool says.
 #
-#   scripts/manpage.sh TOOL VERSION OUT
+#   scripts/manpage.sh TOOL VERSION OUT [RUNNER...]
+#
+# RUNNER, when given, starts the tool (an emulator for a cross build).
 set -euo pipefail
 tool=$1
 version=$2
 out=$3
+shift 3
+runner=("$@")
 
 # Roff: a backslash is written \e; a line starting with '.' or "'" would be a
 # request, so it gets a zero-width \& in front.
@@ -18,7 +22,7 @@ verbatim() {
   echo ".fi"
 }
 
-main_help=$("$tool" --help)
+main_help=$(${runner[@]+"${runner[@]}"} "$tool" --help)
 commands=$(printf '%s\n' "$main_help" | sed -n 's/^  \([a-z][a-z]*\) .*/\1/p')
 {
   echo ".TH QXPLATFORM 1 \"\" \"qxplatform $version\" \"User Commands\""
@@ -31,7 +35,7 @@ commands=$(printf '%s\n' "$main_help" | sed -n 's/^  \([a-z][a-z]*\) .*/\1/p')
   echo ".SH COMMANDS"
   for c in $commands; do
     echo ".SS $c"
-    "$tool" "$c" --help | verbatim
+    ${runner[@]+"${runner[@]}"} "$tool" "$c" --help | verbatim
   done
   echo ".SH SEE ALSO"
   echo "The documentation installed under share/doc/qxplatform, docs/tool.md in particular."

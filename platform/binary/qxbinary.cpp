@@ -22,26 +22,20 @@ void ReportUndefinedBlockSize(unsigned long blocksize) {
                     std::to_string(blocksize) + "\n");
 }
 
-// Reverses Width bytes from src into dst; the two may be the same element.
+// Puts Width bytes from src into dst in the other order (image to host or
+// host to image); the two may be the same element.
 template <unsigned Width>
 void ReverseElement(unsigned char* dst, const unsigned char* src) {
   unsigned char bytes[Width];
   memcpy(bytes, src, Width);
   for (unsigned k = 0; k < Width; ++k) {
-    dst[k] = bytes[Width - 1 - k];
+    dst[k] = bytes[binarysimd::kHostBigEndian ? k : Width - 1 - k];
   }
 }
 
 void SwapElements(unsigned char* dst, const unsigned char* src,
                   unsigned long width, unsigned int count) {
-  const binarysimd::Kernels& kernels = binarysimd::Active();
-  if (width == 2) {
-    kernels.swap16(dst, src, count);
-  } else if (width == 4) {
-    kernels.swap32(dst, src, count);
-  } else {
-    kernels.swap64(dst, src, count);
-  }
+  binarysimd::ImageOrder(dst, src, static_cast<unsigned>(width), count);
 }
 
 template <unsigned Width>

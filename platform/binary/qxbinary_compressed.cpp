@@ -298,13 +298,23 @@ unsigned int BitLength(uint32_t m) {
   return k;
 }
 
+// One host word to the image's big-endian order, or back.
+QX_ALWAYS_INLINE void ImageWord(unsigned char* dst, const unsigned char* src) {
+  unsigned char b[4] = {src[0], src[1], src[2], src[3]};
+  if (binarysimd::kHostBigEndian) {
+    memcpy(dst, b, 4);
+  } else {
+    dst[0] = b[3];
+    dst[1] = b[2];
+    dst[2] = b[1];
+    dst[3] = b[0];
+  }
+}
+
 void WriteWords(qxostream& out, const unsigned char* src, unsigned int count) {
   unsigned char word[4];
   for (unsigned int i = 0; i < count; ++i, src += 4) {
-    word[0] = src[3];
-    word[1] = src[2];
-    word[2] = src[1];
-    word[3] = src[0];
+    ImageWord(word, src);
     out.write(word, 4);
   }
 }
@@ -313,12 +323,7 @@ unsigned long ReadWords(qxistream& in, unsigned char* dst, unsigned int count) {
   unsigned long got = 0;
   for (unsigned int i = 0; i < count; ++i, dst += 4) {
     got = in.read(dst, 4);
-    unsigned char b0 = dst[0];
-    unsigned char b1 = dst[1];
-    dst[0] = dst[3];
-    dst[1] = dst[2];
-    dst[2] = b1;
-    dst[3] = b0;
+    ImageWord(dst, dst);
   }
   return got;
 }
@@ -334,7 +339,7 @@ unsigned long QX_io_write_binary_compressed(unsigned char* dst,
     return 0;
   }
   if (n >= 32) {
-    binarysimd::Active().swap32(dst, Bytes(values), N);
+    binarysimd::ImageOrder(dst, Bytes(values), 4, N);
     return static_cast<unsigned long>(N) * 4;
   }
   BitPacker packer(dst, ImageSize(n, N), n);
@@ -368,7 +373,7 @@ unsigned long QX_io_write_binary_compressed(unsigned char* dst, float* values,
     return 0;
   }
   if (n >= 32) {
-    binarysimd::Active().swap32(dst, Bytes(values), N);
+    binarysimd::ImageOrder(dst, Bytes(values), 4, N);
     return static_cast<unsigned long>(N) * 4;
   }
   float maximum;
@@ -411,7 +416,7 @@ unsigned long QX_io_read_binary_compressed(const unsigned char* src,
     return 0;
   }
   if (n >= 32) {
-    binarysimd::Active().swap32(Bytes(dst), src, N);
+    binarysimd::ImageOrder(Bytes(dst), src, 4, N);
     return static_cast<unsigned long>(N) * 4;
   }
   Unpack(src, ImageSize(n, N), n, 0, dst, N);
@@ -441,7 +446,7 @@ unsigned long QX_io_read_binary_compressed(const unsigned char* src, float* dst,
     return 0;
   }
   if (n >= 32) {
-    binarysimd::Active().swap32(Bytes(dst), src, N);
+    binarysimd::ImageOrder(Bytes(dst), src, 4, N);
     return static_cast<unsigned long>(N) * 4;
   }
   float maximum = GetFloat(src);

@@ -1,10 +1,16 @@
-#include <immintrin.h>
 #include <string.h>
 
 #include <cmath>
 #include <initializer_list>
 
 #include "qxbinary_simd_private.h"
+
+// The vector kernels are written for x86; other processors run the scalar
+// rules, which every vector kernel is held to bit for bit.
+#if defined(__x86_64__) || defined(__i386__)
+#define QX_X86_KERNELS 1
+#include <immintrin.h>
+#endif
 
 // GCC 12 warns about the deliberately undefined vectors inside its own
 // AVX-512 intrinsics once they are inlined here; the warning is about the
@@ -66,6 +72,7 @@ float BitsFloat(uint32_t u) {
   return f;
 }
 
+#ifdef QX_X86_KERNELS
 // The scan keeps the first of several equal extremes. Vector lanes find the
 // right value but may have met +0 and -0 in another order, so a zero result
 // takes its sign from the first zero of the array.
@@ -86,6 +93,8 @@ void FixZeroSigns(const float* values, size_t n, float* maximum,
     }
   }
 }
+
+#endif  // QX_X86_KERNELS
 
 void MinMaxScalarFrom(const float* values, size_t from, size_t n,
                       float* maximum, float* minimum) {
@@ -110,6 +119,7 @@ void MinMaxScalar(const float* values, size_t n, float* maximum,
   MinMaxScalarFrom(values, 1, n, maximum, minimum);
 }
 
+#ifdef QX_X86_KERNELS
 // Combines lane results in lane order with the scan's own rule, then the
 // remainder of the array.
 void FinishMinMax(const float* hiLanes, const float* loLanes, size_t lanes,
@@ -130,6 +140,8 @@ void FinishMinMax(const float* hiLanes, const float* loLanes, size_t lanes,
   MinMaxScalarFrom(values, done, n, maximum, minimum);
   FixZeroSigns(values, n, maximum, minimum);
 }
+
+#endif  // QX_X86_KERNELS
 
 void QuantiseScalar(const float* values, size_t n, float minimum, float scale,
                     float inv, uint32_t* codes) {
@@ -204,6 +216,8 @@ void HalfToFloatScalar(const uint16_t* in, float* out, size_t n) {
     out[i] = HalfToFloatRule(in[i]);
   }
 }
+
+#ifdef QX_X86_KERNELS
 
 // ---------------------------------------------------------------------------
 // SSSE3: byte reversal only.
@@ -717,6 +731,8 @@ QX_TARGET_AVX512 void HalfToFloatAvx512(const uint16_t* in, float* out,
   }
 }
 
+#endif  // QX_X86_KERNELS
+
 // ---------------------------------------------------------------------------
 // Tables and selection.
 
@@ -725,6 +741,7 @@ const Kernels kScalarKernels = {
     QuantiseScalar, DequantiseScalar, FloatToHalfScalar, HalfToFloatScalar,
 };
 
+#ifdef QX_X86_KERNELS
 const Kernels kSsse3Kernels = {
     SwapSsse3<2>,   SwapSsse3<4>,     SwapSsse3<8>,      MinMaxScalar,
     QuantiseScalar, DequantiseScalar, FloatToHalfScalar, HalfToFloatScalar,
@@ -740,9 +757,12 @@ const Kernels kAvx512Kernels = {
     QuantiseAvx512, DequantiseAvx512, FloatToHalfAvx512, HalfToFloatAvx512,
 };
 
+#endif  // QX_X86_KERNELS
+
 }  // namespace
 
 bool Supported(Isa isa) {
+#ifdef QX_X86_KERNELS
   __builtin_cpu_init();
   switch (isa) {
     case Isa::kScalar:
@@ -760,9 +780,13 @@ bool Supported(Isa isa) {
              __builtin_cpu_supports("bmi2");
   }
   return false;
+#else
+  return isa == Isa::kScalar;
+#endif
 }
 
 const Kernels& KernelsFor(Isa isa) {
+#ifdef QX_X86_KERNELS
   switch (isa) {
     case Isa::kScalar:
       return kScalarKernels;
@@ -773,6 +797,9 @@ const Kernels& KernelsFor(Isa isa) {
     case Isa::kAvx512:
       return kAvx512Kernels;
   }
+#else
+  static_cast<void>(isa);
+#endif
   return kScalarKernels;
 }
 
@@ -786,6 +813,24 @@ const Kernels& Active() {
     return &kScalarKernels;
   }();
   return *active;
+}
+
+void ImageOrder(unsigned char* dst, const unsigned char* src, unsigned width,
+                size_t count) {
+  if (kHostBigEndian) {
+    if (dst != src) {
+      memcpy(dst, src, width * count);
+    }
+    return;
+  }
+  const Kernels& kernels = Active();
+  if (width == 2) {
+    kernels.swap16(dst, src, count);
+  } else if (width == 4) {
+    kernels.swap32(dst, src, count);
+  } else {
+    kernels.swap64(dst, src, count);
+  }
 }
 
 }  // namespace binarysimd

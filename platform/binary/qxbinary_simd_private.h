@@ -44,6 +44,16 @@ const Kernels& KernelsFor(Isa isa);
 // The best supported table, chosen once.
 const Kernels& Active();
 
+// True when the host keeps multi-byte numbers most significant byte first,
+// as the image does: there an element is copied, not reversed.
+constexpr bool kHostBigEndian = __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__;
+
+// Converts count elements of width 2, 4 or 8 between host order and the
+// big-endian image order (the same operation both ways). dst may equal src;
+// other overlaps are not allowed.
+void ImageOrder(unsigned char* dst, const unsigned char* src, unsigned width,
+                size_t count);
+
 // A float converted toward zero to unsigned 32 bits, saturating: NaN and
 // anything below 1 give 0, 2^32 and above give 4294967295.
 inline uint32_t TruncateToUnsigned(float r) {

@@ -2,9 +2,7 @@
 // own rules (see the comments in qxstream.h).
 
 #include <ctype.h>
-#include <emmintrin.h>
 #include <errno.h>
-#include <immintrin.h>
 #include <langinfo.h>
 #include <stdint.h>
 #include <stdlib.h>
@@ -17,12 +15,22 @@
 #include "../system/qxmemory.h"
 #include "qxstream.h"
 
+// The vector scanners are written for x86; every other processor uses the
+// byte loops below, which find the same bytes.
+#if defined(__x86_64__) || (defined(__i386__) && defined(__SSE2__))
+#define QX_X86_SCANNERS 1
+#include <emmintrin.h>
+#include <immintrin.h>
+#endif
+
 namespace QXPlatform {
 namespace {
 
 const unsigned long kNumberScratch = 32768;
 
 inline bool IsSpace(unsigned char c) { return isspace(c) != 0; }
+
+#ifdef QX_X86_SCANNERS
 
 // Marks the bytes of v that are below 32 and not a tab.
 inline __m128i LineStops(__m128i v) {
@@ -139,6 +147,44 @@ const char* FindTokenStop(const char* p, const char* end) {
   }
   return end;
 }
+
+#else  // !QX_X86_SCANNERS
+
+// First byte in [p, end) that is below 32 and not a tab, or end: the bytes
+// that stop a run of line text.
+const char* FindLineStop(const char* p, const char* end) {
+  while (p < end) {
+    unsigned char c = static_cast<unsigned char>(*p);
+    if (c < 32 && c != '\t') {
+      return p;
+    }
+    ++p;
+  }
+  return end;
+}
+
+// First LF or CR in [p, end), or end.
+const char* FindLineEnd(const char* p, const char* end) {
+  while (p < end && *p != '\n' && *p != '\r') {
+    ++p;
+  }
+  return p;
+}
+
+// First byte in [p, end) that is below 33 or above 127: the bytes that may
+// end or be dropped from a token, or whose class depends on the locale.
+const char* FindTokenStop(const char* p, const char* end) {
+  while (p < end) {
+    unsigned char c = static_cast<unsigned char>(*p);
+    if (c < 33 || c > 127) {
+      return p;
+    }
+    ++p;
+  }
+  return end;
+}
+
+#endif  // QX_X86_SCANNERS
 
 // The conversions the extractors promise: exactly what atoi, atol and atof
 // give, followed by the errno rule. A plain decimal token is converted here
