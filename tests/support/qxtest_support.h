@@ -71,6 +71,8 @@ std::string ReadFile(const std::string& path);
 // Runs a shell command; returns its exit status and, when out is given, its
 // standard output.
 int RunCommand(const std::string& command, std::string* out = nullptr);
+// Standard output of command; the test fails when it exits non-zero.
+std::string Shell(const std::string& command);
 // Deterministic pseudo-random bytes.
 std::string RandomBytes(size_t n, unsigned seed);
 
