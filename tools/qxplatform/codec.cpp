@@ -43,7 +43,7 @@ bool Copy(qxistream& in, qxostream* out, Failure* why,
     total += got;
     if (out != nullptr && out->write(chunk, got) != got) {
       why->onOutput = true;
-      why->reason = Reason(*out, "write failed");
+      why->reason = Reason(*out, strerror(EIO));
       return false;
     }
   }
@@ -58,20 +58,25 @@ bool Copy(qxistream& in, qxostream* out, Failure* why,
   return true;
 }
 
+// Flushes out; false with why filled in when the data did not all go.
+bool FlushOutput(qxostream& out, Failure* why) {
+  if (!out.flush()) {
+    why->onOutput = true;
+    why->reason = Reason(out, strerror(EIO));
+    return false;
+  }
+  return true;
+}
+
 bool FinishOutput(qxostream& packer, qxostream& out, Failure* why) {
   bool closed = packer.close();
   if (packer.error() != 0 || out.error() != 0 || !closed) {
     why->onOutput = true;
     why->reason = out.error() != 0 ? out.errortext()
-                                   : Reason(packer, "write failed");
+                                   : Reason(packer, strerror(EIO));
     return false;
   }
-  if (!out.flush()) {
-    why->onOutput = true;
-    why->reason = Reason(out, "write failed");
-    return false;
-  }
-  return true;
+  return FlushOutput(out, why);
 }
 
 }  // namespace
@@ -165,12 +170,7 @@ bool CopyStream(qxistream& in, qxostream& out, Failure* why) {
   if (!Copy(in, &out, why, nullptr)) {
     return false;
   }
-  if (!out.flush()) {
-    why->onOutput = true;
-    why->reason = Reason(out, "write failed");
-    return false;
-  }
-  return true;
+  return FlushOutput(out, why);
 }
 
 bool CompressStream(Method method, int level, qxistream& in, qxostream& out,
@@ -214,12 +214,7 @@ bool UncompressStream(Method method, qxistream& in, qxostream* out,
       if (unpacked != nullptr) {
         *unpacked = 0;
       }
-      if (out != nullptr && !out->flush()) {
-        why->onOutput = true;
-        why->reason = Reason(*out, "write failed");
-        return false;
-      }
-      return true;
+      return out == nullptr || FlushOutput(*out, why);
     }
     if (MethodFromMagic(peeked->head(), peeked->headSize()) != Method::kZstd) {
       why->reason = "not valid zstd data";
@@ -232,12 +227,7 @@ bool UncompressStream(Method method, qxistream& in, qxostream* out,
   if (!Copy(*reader, out, why, unpacked)) {
     return false;
   }
-  if (out != nullptr && !out->flush()) {
-    why->onOutput = true;
-    why->reason = Reason(*out, "write failed");
-    return false;
-  }
-  return true;
+  return out == nullptr || FlushOutput(*out, why);
 }
 
 }  // namespace qxtool

@@ -20,6 +20,7 @@ namespace {
 void PrintHelpTo(FILE* to) {
   fputs(
       "usage: qxplatform <command> [arguments]\n"
+      "       qxplatform --version\n"
       "       qxplatform [-cdfkltV] [-1..-9] [-m gz|zstd] [--] [FILE...]\n"
       "\n"
       "commands:\n"
