@@ -4,6 +4,8 @@
 
 #include "codec.h"
 
+#include <stdlib.h>
+
 #include <errno.h>
 #include <string.h>
 
@@ -173,11 +175,23 @@ bool CopyStream(qxistream& in, qxostream& out, Failure* why) {
   return FlushOutput(out, why);
 }
 
+unsigned ThreadsFromText(const std::string& text) {
+  if (text.empty() || text.size() > 2 ||
+      text.find_first_not_of("0123456789") != std::string::npos) {
+    return 0;
+  }
+  int n = atoi(text.c_str());
+  return n >= 1 && n <= 64 ? static_cast<unsigned>(n) : 0;
+}
+
 bool CompressStream(Method method, int level, qxistream& in, qxostream& out,
-                    Failure* why) {
+                    Failure* why, unsigned threads) {
   std::unique_ptr<qxostream> packer;
   if (method == Method::kZstd) {
-    packer.reset(new QXPlatform::qxozstdstream(&out, false, level == 0 ? 3 : level));
+    packer.reset(new QXPlatform::qxozstdstream(
+        &out, false, level == 0 ? 3 : level, threads > 1 ? threads : 0));
+  } else if (threads > 1) {
+    packer.reset(new QXPlatform::qxogzstream(&out, false, level, threads));
   } else if (level == 0) {
     packer.reset(new QXPlatform::qxogzstream(&out, false));
   } else {
