@@ -29,7 +29,9 @@ commands=$(printf '%s\n' "$main_help" | sed -n 's/^  \([a-z][a-z]*\) .*/\1/p')
   echo ".SH NAME"
   echo "qxplatform \\- streams, compression, system facts and versions of the QXPlatform library"
   echo ".SH SYNOPSIS"
-  printf '%s\n' "$main_help" | sed -n 's/^usage: //p' | verbatim
+  # Every usage line: the first, and those lined up under it.
+  printf '%s\n' "$main_help" | sed -n -e '/^$/q' -e 's/^usage: //p' \
+    -e 's/^       \(qxplatform \)/\1/p' | verbatim
   echo ".SH DESCRIPTION"
   printf '%s\n' "$main_help" | verbatim
   echo ".SH COMMANDS"

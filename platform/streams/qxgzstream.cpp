@@ -686,11 +686,8 @@ bool qxogzstream::_qxflush() {
   if (_ptr != _end && !_clearing) {
     return true;
   }
-  if (_gz->threads > 1) {
-    return ParallelFlush();
-  }
   gz_stream* s = _gz;
-  if (!s->ready && !Start()) {
+  if (!s->ready && !(s->threads > 1 ? ParallelStart() : Start())) {
     return false;
   }
   if (!s->inuse) {
@@ -703,6 +700,9 @@ bool qxogzstream::_qxflush() {
   if (fill == 0) {
     _eof = true;
     return false;
+  }
+  if (s->parallel != nullptr) {
+    return ParallelPack(fill);
   }
   s->stream.next_in = reinterpret_cast<Bytef*>(_buffer);
   s->stream.avail_in = static_cast<uInt>(fill);
@@ -736,36 +736,29 @@ bool qxogzstream::_qxflush() {
   return true;
 }
 
-bool qxogzstream::ParallelFlush() {
+bool qxogzstream::ParallelStart() {
   gz_stream* s = _gz;
-  if (!s->ready) {
-    // The same ten bytes as on one thread.
-    static const char kHeader[10] = {kMagic1, static_cast<char>(kMagic2),
-                                     Z_DEFLATED, 0, 0, 0, 0, 0, 0, 0x03};
-    ResetRecord(s);
-    s->parallel = new QXParallelDeflate(s->level, s->threads);
-    s->inuse = 1;
-    s->ready = 1;
-    s->headerlen = 10;
-    if (_stream->write(kHeader, 10) != 10) {
-      LostWrite();
-      s->z_err = Z_ERRNO;
-      _eof = true;
-      _ptr = _end;
-      return false;
-    }
-  }
-  if (!s->inuse || s->z_err != Z_OK) {
+  // The same ten bytes as on one thread, written at once.
+  static const char kHeader[10] = {kMagic1, static_cast<char>(kMagic2),
+                                   Z_DEFLATED, 0, 0, 0, 0, 0, 0, 0x03};
+  ResetRecord(s);
+  s->ready = 1;
+  s->headerlen = 10;
+  if (_stream->write(kHeader, 10) != 10) {
+    // The member is over before it began; inuse stays clear.
+    LostWrite();
+    s->z_err = Z_ERRNO;
     _eof = true;
+    _ptr = _end;
     return false;
   }
-  unsigned long fill = static_cast<unsigned long>(_ptr - _buffer);
-  _offset += fill;
-  if (fill == 0) {
-    _eof = true;
-    return false;
-  }
-  if (!s->parallel->Add(_buffer, fill, _stream)) {
+  s->parallel = new QXParallelDeflate(s->level, s->threads);
+  s->inuse = 1;
+  return true;
+}
+
+bool qxogzstream::ParallelPack(unsigned long fill) {
+  if (!_gz->parallel->Add(_buffer, fill, _stream)) {
     ParallelFailed();
     _eof = true;
     _ptr = _end;

@@ -129,8 +129,9 @@ class QXPLATFORM_EXPORT qxogzstream : public qxowrapperstream {
   bool Start();
   // Records why the inner stream refused compressed bytes.
   void LostWrite();
-  // _qxflush on several threads.
-  bool ParallelFlush();
+  // Start and the packing of one block, on several threads.
+  bool ParallelStart();
+  bool ParallelPack(unsigned long fill);
   // Records why packing on several threads stopped.
   void ParallelFailed();
 };

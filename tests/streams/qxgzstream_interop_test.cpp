@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "support/qxtest_gzip.h"
+#include "support/qxtest_streams.h"
 #include "support/qxtest_support.h"
 #include <QXPlatform/streams/qxcompress.h>
 #include <QXPlatform/streams/qxgzstream.h>
@@ -23,37 +24,13 @@ namespace {
 
 using testing::RandomBytes;
 using testing::ReadFile;
+using testing::ReadThroughManager;
 using testing::RunCommand;
 using testing::SampleText;
 using testing::ScratchDir;
+using testing::Shell;
 using testing::WriteFile;
-
-// Everything QXOpenIStream delivers for name; "<null>" when it gives null.
-std::string ReadThroughManager(const std::string& name) {
-  qxistream* in = QXOpenIStream(name.c_str());
-  if (in == nullptr) {
-    return "<null>";
-  }
-  std::string all;
-  in->read(all);
-  QXCloseIStream(in);
-  return all;
-}
-
-void WriteThroughManager(const std::string& name, const std::string& data) {
-  qxostream* out = QXOpenOStream(name.c_str());
-  ASSERT_NE(out, nullptr);
-  ASSERT_EQ(out->write(data.data(), data.size()), data.size());
-  QXCloseOStream(out);
-}
-
-// Standard output of command; fails the test when it exits non-zero.
-std::string Shell(const std::string& command) {
-  std::string out;
-  int status = RunCommand(command, &out);
-  EXPECT_EQ(status, 0) << command;
-  return out;
-}
+using testing::WriteThroughManager;
 
 struct Payload {
   std::string name;

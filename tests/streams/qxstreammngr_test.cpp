@@ -28,7 +28,7 @@ using testing::ReadFile;
 using testing::SampleText;
 using testing::ScratchDir;
 using testing::SpanStream;
-using testing::UnderAddressSanitizer;
+using testing::FreedAddressesAreReused;
 using testing::WriteFile;
 using testing::ZlibGunzip;
 
@@ -676,8 +676,8 @@ void AlternateHandlerAndPlainOpens(const std::string& handlerName,
 }
 
 TEST_F(QXStreamMngrTest, APlainStreamAtAFreedHandlerStreamsAddressIsNotRouted) {
-  if (UnderAddressSanitizer()) {
-    GTEST_SKIP() << "the sanitizer's quarantine keeps freed addresses unused";
+  if (!FreedAddressesAreReused()) {
+    GTEST_SKIP() << "this allocator keeps freed addresses unused for a while";
   }
   ASSERT_TRUE(QXRegisterIStream("hfile", OpenHandlerFile, CloseHandlerFile));
   HandlerPath() = dir.File("handler.txt");
@@ -691,8 +691,8 @@ TEST_F(QXStreamMngrTest, APlainStreamAtAFreedHandlerStreamsAddressIsNotRouted) {
 }
 
 TEST_F(QXStreamMngrTest, APlainStreamWhereAGzipWrapperFreedAHandlerStream) {
-  if (UnderAddressSanitizer()) {
-    GTEST_SKIP() << "the sanitizer's quarantine keeps freed addresses unused";
+  if (!FreedAddressesAreReused()) {
+    GTEST_SKIP() << "this allocator keeps freed addresses unused for a while";
   }
   ASSERT_TRUE(QXRegisterIStream("hfile", OpenHandlerFile, CloseHandlerFile));
   HandlerPath() = dir.File("handler.gz");

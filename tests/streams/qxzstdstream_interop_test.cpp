@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "support/qxtest_gzip.h"
+#include "support/qxtest_streams.h"
 #include "support/qxtest_support.h"
 #include <QXPlatform/streams/qxfstream.h>
 #include <QXPlatform/streams/qxsstream.h>
@@ -21,21 +22,15 @@ namespace {
 
 using testing::RandomBytes;
 using testing::ReadFile;
+using testing::ReadThroughManager;
 using testing::RunCommand;
 using testing::SampleText;
 using testing::ScratchDir;
+using testing::Shell;
 using testing::WriteFile;
 
 const char* const kTruncated = "unexpected end of file";
 const char* const kCrcError = "invalid compressed data--crc error";
-
-// Standard output of command; fails the test when it exits non-zero.
-std::string Shell(const std::string& command) {
-  std::string out;
-  int status = RunCommand(command, &out);
-  EXPECT_EQ(status, 0) << command;
-  return out;
-}
 
 struct Payload {
   std::string name;
@@ -58,17 +53,6 @@ std::string ReadZstdFile(const std::string& path, int* error = nullptr) {
   if (error != nullptr) {
     *error = z.error();
   }
-  return all;
-}
-
-std::string ReadThroughManager(const std::string& name) {
-  qxistream* in = QXOpenIStream(name.c_str());
-  if (in == nullptr) {
-    return "<null>";
-  }
-  std::string all;
-  in->read(all);
-  QXCloseIStream(in);
   return all;
 }
 

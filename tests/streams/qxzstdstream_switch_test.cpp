@@ -12,6 +12,7 @@
 #include <zstd.h>
 
 #include "support/qxtest_gzip.h"
+#include "support/qxtest_streams.h"
 #include "support/qxtest_support.h"
 #include <QXPlatform/streams/qxcompress.h>
 #include <QXPlatform/streams/qxstreammngr.h>
@@ -22,9 +23,11 @@ namespace {
 
 using testing::MakeMember;
 using testing::ReadFile;
+using testing::ReadThroughManager;
 using testing::SampleText;
 using testing::ScratchDir;
 using testing::WriteFile;
+using testing::WriteThroughManager;
 
 // One frame of payload made by libzstd alone.
 std::string Frame(const std::string& payload) {
@@ -58,24 +61,6 @@ std::string Decoded(const std::string& data) {
   }
   ZSTD_freeDStream(d);
   return status == 0 ? out : "<bad>";
-}
-
-std::string ReadThroughManager(const std::string& name) {
-  qxistream* in = QXOpenIStream(name.c_str());
-  if (in == nullptr) {
-    return "<null>";
-  }
-  std::string all;
-  in->read(all);
-  QXCloseIStream(in);
-  return all;
-}
-
-void WriteThroughManager(const std::string& name, const std::string& data) {
-  qxostream* out = QXOpenOStream(name.c_str());
-  ASSERT_NE(out, nullptr);
-  ASSERT_EQ(out->write(data.data(), data.size()), data.size());
-  QXCloseOStream(out);
 }
 
 class ZstdSwitchTest : public ::testing::Test {

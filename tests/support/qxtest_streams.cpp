@@ -2,8 +2,30 @@
 
 #include <cstring>
 
+#include <gtest/gtest.h>
+
+#include <QXPlatform/streams/qxstreammngr.h>
+
 namespace QXPlatform {
 namespace testing {
+
+std::string ReadThroughManager(const std::string& name) {
+  qxistream* in = QXOpenIStream(name.c_str());
+  if (in == nullptr) {
+    return "<null>";
+  }
+  std::string all;
+  in->read(all);
+  QXCloseIStream(in);
+  return all;
+}
+
+void WriteThroughManager(const std::string& name, const std::string& data) {
+  qxostream* out = QXOpenOStream(name.c_str());
+  ASSERT_NE(out, nullptr) << name;
+  EXPECT_EQ(out->write(data.data(), data.size()), data.size()) << name;
+  QXCloseOStream(out);
+}
 
 RecordingOStream::RecordingOStream(unsigned long span, int failAt)
     : onFlush(nullptr),

@@ -12,6 +12,13 @@
 namespace QXPlatform {
 namespace testing {
 
+// Everything QXOpenIStream delivers for name, closed through the manager;
+// "<null>" when it gives null.
+std::string ReadThroughManager(const std::string& name);
+// Writes data to QXOpenOStream(name) and closes it through the manager; the
+// test fails when the open or the write does.
+void WriteThroughManager(const std::string& name, const std::string& data);
+
 // Read access to the protected fields of any stream object.
 struct Fields : qxstream {
   static char* buffer(const qxstream& s) { return s.*(&Fields::_buffer); }

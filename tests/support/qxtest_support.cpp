@@ -13,6 +13,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include <gtest/gtest.h>
+
 namespace QXPlatform {
 namespace testing {
 
@@ -83,6 +85,13 @@ int RunCommand(const std::string& command, std::string* out) {
     *out = text;
   }
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string Shell(const std::string& command) {
+  std::string out;
+  int status = RunCommand(command, &out);
+  EXPECT_EQ(status, 0) << command;
+  return out;
 }
 
 std::string RandomBytes(size_t n, unsigned seed) {

@@ -3,6 +3,9 @@
 // Helpers shared by the tests: scratch directories, capture of what a
 // descriptor receives, and an input back-end that delivers chosen spans.
 
+#include <stdlib.h>
+#include <string.h>
+
 #include <functional>
 #include <string>
 #include <vector>
@@ -27,6 +30,20 @@ inline bool UnderAddressSanitizer() {
 #else
   return false;
 #endif
+}
+
+// True when the test runs under valgrind, whose allocator, like the
+// sanitizers' quarantine, keeps freed addresses unused for a while: it
+// preloads its own libraries into the process.
+inline bool UnderValgrind() {
+  const char* preload = getenv("LD_PRELOAD");
+  return preload != nullptr && strstr(preload, "vgpreload") != nullptr;
+}
+
+// True when freed addresses are handed out again at once, as glibc does; not
+// under AddressSanitizer or valgrind.
+inline bool FreedAddressesAreReused() {
+  return !UnderAddressSanitizer() && !UnderValgrind();
 }
 
 // True in a build with AddressSanitizer or ThreadSanitizer, whose allocators
@@ -71,6 +88,8 @@ std::string ReadFile(const std::string& path);
 // Runs a shell command; returns its exit status and, when out is given, its
 // standard output.
 int RunCommand(const std::string& command, std::string* out = nullptr);
+// Standard output of command; the test fails when it exits non-zero.
+std::string Shell(const std::string& command);
 // Deterministic pseudo-random bytes.
 std::string RandomBytes(size_t n, unsigned seed);
 

@@ -36,6 +36,7 @@ struct Options {
   bool help = false;
   int level = 0;
   std::string levelText;
+  unsigned threads = 1;
   Method method = Method::kNone;
   std::vector<std::string> files;
 };
@@ -90,6 +91,15 @@ std::string SetMethod(const std::string& value, Options* o) {
   return std::string();
 }
 
+// Sets the thread count given by value; an empty text or the problem found.
+std::string SetThreads(const std::string& value, Options* o) {
+  o->threads = ThreadsFromText(value);
+  if (o->threads == 0) {
+    return "bad thread count '" + value + "' (1 to 64)";
+  }
+  return std::string();
+}
+
 // The value of an option that takes one: the rest of the argument when
 // there is any, else the next argument. False when there is none.
 bool OptionValue(const std::string& rest, int* i, int argc, char** argv,
@@ -111,6 +121,15 @@ std::string LongOption(const std::string& arg, Options* o, int* i, int argc,
                        char** argv) {
   size_t eq = arg.find('=');
   std::string name = arg.substr(0, eq);
+  if (name == "--threads") {
+    std::string value;
+    if (eq != std::string::npos) {
+      value = arg.substr(eq + 1);
+    } else if (!OptionValue(std::string(), i, argc, argv, &value)) {
+      return "option '--threads' needs a thread count (1 to 64)";
+    }
+    return SetThreads(value, o);
+  }
   if (name == "--method") {
     if (eq != std::string::npos) {
       return SetMethod(arg.substr(eq + 1), o);
@@ -163,6 +182,17 @@ std::string Parse(int argc, char** argv, Options* o) {
           return "option '-m' needs a method (gz or zstd)";
         }
         std::string problem = SetMethod(value, o);
+        if (!problem.empty()) {
+          return problem;
+        }
+        break;
+      }
+      if (c == 'T') {
+        std::string value;
+        if (!OptionValue(arg.substr(k + 1), &i, argc, argv, &value)) {
+          return "option '-T' needs a thread count (1 to 64)";
+        }
+        std::string problem = SetThreads(value, o);
         if (!problem.empty()) {
           return problem;
         }
@@ -264,7 +294,7 @@ class Runner {
       }
       Failure why;
       if (!CompressStream(PackMethod(), _o.level, QXPlatform::qxin,
-                          QXPlatform::qxout, &why)) {
+                          QXPlatform::qxout, &why, _o.threads)) {
         Fail(why.onOutput ? "standard output" : "standard input", why.reason);
       }
       return;
@@ -391,7 +421,7 @@ class Runner {
       if (_o.action == Action::kCompress) {
         Failure why;
         if (!CompressStream(PackMethod(), _o.level, in, QXPlatform::qxout,
-                            &why)) {
+                            &why, _o.threads)) {
           Fail(why.onOutput ? "standard output" : name, why.reason);
         }
       } else {
@@ -432,7 +462,7 @@ class Runner {
       qxofstream out(outFd);
       if (_o.action == Action::kCompress) {
         Failure why;
-        ok = CompressStream(PackMethod(), _o.level, in, out, &why);
+        ok = CompressStream(PackMethod(), _o.level, in, out, &why, _o.threads);
         if (!ok) {
           Fail(why.onOutput ? outName : name, why.reason);
         }

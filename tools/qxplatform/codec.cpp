@@ -4,6 +4,8 @@
 
 #include "codec.h"
 
+#include <stdlib.h>
+
 #include <errno.h>
 #include <string.h>
 
@@ -43,7 +45,7 @@ bool Copy(qxistream& in, qxostream* out, Failure* why,
     total += got;
     if (out != nullptr && out->write(chunk, got) != got) {
       why->onOutput = true;
-      why->reason = Reason(*out, "write failed");
+      why->reason = Reason(*out, strerror(EIO));
       return false;
     }
   }
@@ -58,20 +60,25 @@ bool Copy(qxistream& in, qxostream* out, Failure* why,
   return true;
 }
 
+// Flushes out; false with why filled in when the data did not all go.
+bool FlushOutput(qxostream& out, Failure* why) {
+  if (!out.flush()) {
+    why->onOutput = true;
+    why->reason = Reason(out, strerror(EIO));
+    return false;
+  }
+  return true;
+}
+
 bool FinishOutput(qxostream& packer, qxostream& out, Failure* why) {
   bool closed = packer.close();
   if (packer.error() != 0 || out.error() != 0 || !closed) {
     why->onOutput = true;
     why->reason = out.error() != 0 ? out.errortext()
-                                   : Reason(packer, "write failed");
+                                   : Reason(packer, strerror(EIO));
     return false;
   }
-  if (!out.flush()) {
-    why->onOutput = true;
-    why->reason = Reason(out, "write failed");
-    return false;
-  }
-  return true;
+  return FlushOutput(out, why);
 }
 
 }  // namespace
@@ -165,19 +172,26 @@ bool CopyStream(qxistream& in, qxostream& out, Failure* why) {
   if (!Copy(in, &out, why, nullptr)) {
     return false;
   }
-  if (!out.flush()) {
-    why->onOutput = true;
-    why->reason = Reason(out, "write failed");
-    return false;
+  return FlushOutput(out, why);
+}
+
+unsigned ThreadsFromText(const std::string& text) {
+  if (text.empty() || text.size() > 2 ||
+      text.find_first_not_of("0123456789") != std::string::npos) {
+    return 0;
   }
-  return true;
+  int n = atoi(text.c_str());
+  return n >= 1 && n <= 64 ? static_cast<unsigned>(n) : 0;
 }
 
 bool CompressStream(Method method, int level, qxistream& in, qxostream& out,
-                    Failure* why) {
+                    Failure* why, unsigned threads) {
   std::unique_ptr<qxostream> packer;
   if (method == Method::kZstd) {
-    packer.reset(new QXPlatform::qxozstdstream(&out, false, level == 0 ? 3 : level));
+    packer.reset(new QXPlatform::qxozstdstream(
+        &out, false, level == 0 ? 3 : level, threads > 1 ? threads : 0));
+  } else if (threads > 1) {
+    packer.reset(new QXPlatform::qxogzstream(&out, false, level, threads));
   } else if (level == 0) {
     packer.reset(new QXPlatform::qxogzstream(&out, false));
   } else {
@@ -214,12 +228,7 @@ bool UncompressStream(Method method, qxistream& in, qxostream* out,
       if (unpacked != nullptr) {
         *unpacked = 0;
       }
-      if (out != nullptr && !out->flush()) {
-        why->onOutput = true;
-        why->reason = Reason(*out, "write failed");
-        return false;
-      }
-      return true;
+      return out == nullptr || FlushOutput(*out, why);
     }
     if (MethodFromMagic(peeked->head(), peeked->headSize()) != Method::kZstd) {
       why->reason = "not valid zstd data";
@@ -232,12 +241,7 @@ bool UncompressStream(Method method, qxistream& in, qxostream* out,
   if (!Copy(*reader, out, why, unpacked)) {
     return false;
   }
-  if (out != nullptr && !out->flush()) {
-    why->onOutput = true;
-    why->reason = Reason(*out, "write failed");
-    return false;
-  }
-  return true;
+  return out == nullptr || FlushOutput(*out, why);
 }
 
 }  // namespace qxtool

@@ -61,10 +61,14 @@ struct Failure {
 bool CopyStream(QXPlatform::qxistream& in, QXPlatform::qxostream& out,
                 Failure* why);
 // Packs all of in onto out as one gzip member or one zstd frame; level 0 is
-// the method's default. Flushes out but does not close it. False with why
-// filled in on a read or write failure.
+// the method's default. threads above 1 pack on that many threads (gzip in
+// blocks, zstd with workers). Flushes out but does not close it. False with
+// why filled in on a read or write failure.
 bool CompressStream(Method method, int level, QXPlatform::qxistream& in,
-                    QXPlatform::qxostream& out, Failure* why);
+                    QXPlatform::qxostream& out, Failure* why,
+                    unsigned threads = 1);
+// A thread count given on the command line: 1 to 64; 0 for anything else.
+unsigned ThreadsFromText(const std::string& text);
 // Unpacks all of in onto out. kGz: concatenated members; data that are not
 // gzip pass through unchanged. kZstd: concatenated frames; the data must start
 // with a frame. Damage is a failure on the input side ("unexpected end of

@@ -20,7 +20,8 @@ namespace {
 void PrintHelpTo(FILE* to) {
   fputs(
       "usage: qxplatform <command> [arguments]\n"
-      "       qxplatform [-cdfkltV] [-1..-9] [-m gz|zstd] [--] [FILE...]\n"
+      "       qxplatform --version\n"
+      "       qxplatform [-cdfkltV] [-1..-9] [-m gz|zstd] [-T N] [--] [FILE...]\n"
       "\n"
       "commands:\n"
       "  cat [NAME...]                      copy streams to standard output "
@@ -46,6 +47,7 @@ void PrintHelpTo(FILE* to) {
       "  -t, --test          test the integrity of compressed data\n"
       "  -1 .. -9            compression level (--fast is -1, --best is -9)\n"
       "  -m, --method=METHOD compress with gz (the default) or zstd\n"
+      "  -T, --threads=N     compress on N threads, 1 to 64\n"
       "  -V, --version       print the version\n"
       "  -h, --help          print this help\n"
       "  --                  every later argument is a FILE\n"
