@@ -80,6 +80,10 @@ cmake --build "$dir" --target QXPlatform qxplatform \
   tests/binary/all tests/streams/all tests/files/all
 
 if [ $# -eq 0 ]; then
-  set -- -L '^(binary|streams|files)$' -LE '^(exhaustive|bigmem|long|stress)$'
+  # Left out under emulation (see docs/porting.md): the image check starts the
+  # target's tool from python, which needs binfmt; qemu-user's getcwd stops
+  # at PATH_MAX.
+  set -- -L '^(binary|streams|files)$' -LE '^(exhaustive|bigmem|long|stress)$' \
+    -E 'QXBinaryImagesTest.ImagesMatchPython|QXDirectoryTest.CurrentWorkingDirectoryLongerThanTheFirstBuffer'
 fi
 ctest --test-dir "$dir" --output-on-failure -j2 "$@"

@@ -93,8 +93,10 @@ TEST(QXBinarySimdTest, TheTableInUseIsOneTheProcessorSupports) {
   const Kernels& active = binarysimd::Active();
   bool found = false;
   for (Isa isa : {Isa::kScalar, Isa::kSsse3, Isa::kAvx2, Isa::kAvx512}) {
-    if (&binarysimd::KernelsFor(isa) == &active) {
-      found = binarysimd::Supported(isa);
+    // Where a processor has no vector tables, every name gives the scalar
+    // one; only supported names count.
+    if (&binarysimd::KernelsFor(isa) == &active && binarysimd::Supported(isa)) {
+      found = true;
     }
   }
   EXPECT_TRUE(found);
