@@ -13,14 +13,19 @@
 #include <utility>
 #include <vector>
 
+#include <stdio.h>
+
 #include <QXPlatform/streams/qxsstream.h>
 #include <QXPlatform/streams/qxstream.h>
 
 namespace qxfuzz {
 
-// Ends the run when an invariant does not hold; the fuzzer keeps the input.
-inline void Check(bool ok) {
+// Ends the run when an invariant does not hold, naming the line of the
+// check that failed; the fuzzer keeps the input.
+inline void Check(bool ok, const char* file = __builtin_FILE(),
+                  int line = __builtin_LINE()) {
   if (!ok) {
+    fprintf(stderr, "check failed at %s:%d\n", file, line);
     abort();
   }
 }
@@ -86,11 +91,13 @@ class ChoppedStream : public QXPlatform::qxistream {
 // flag) over input that decodes to full: size() is full's length and leaves
 // the position alone after head bytes were read; seeks to the positions in
 // seeks (taken modulo a little more than the length) land on the same bytes,
-// forward and back, over a memory inner stream and over one cut into spans.
+// forward and back, over a memory inner stream and, with choppedToo, over
+// one cut into spans.
 template <class Reader>
 void CheckSizeAndSeeks(const std::string& input, const std::string& full,
                        size_t head, const std::vector<size_t>& spans,
-                       const std::vector<std::pair<size_t, size_t>>& seeks) {
+                       const std::vector<std::pair<size_t, size_t>>& seeks,
+                       bool choppedToo = true) {
   QXPlatform::qxisstream sizedSource(input.data(), input.size(), false);
   Reader sized(&sizedSource, false);
   std::string start;
@@ -107,6 +114,9 @@ void CheckSizeAndSeeks(const std::string& input, const std::string& full,
   QXPlatform::qxisstream seekSource(input.data(), input.size(), false);
   Reader seeking(&seekSource, false);
   for (Reader* s : {&seeking, &overSeekInner}) {
+    if (s == &overSeekInner && !choppedToo) {
+      break;
+    }
     for (const auto& seek : seeks) {
       size_t pos = seek.first % (full.size() + 3);
       bool ok = s->seek(static_cast<long long>(pos));

@@ -192,13 +192,27 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   ChoppedStream chopped(input, spans);
   qxizstdstream overChopped(&chopped, false);
   Result viaChopped = ReadAll(overChopped);
-  Check(viaChopped.bytes == full.bytes);
+  // The failure is the same; on damaged input the bytes before it may not
+  // be: libzstd hands out a stored block as its bytes arrive but a packed
+  // block only once it is whole, so one reading can stop short of the other.
   Check(viaChopped.error == full.error && viaChopped.text == full.text);
+  if (full.error == 0) {
+    Check(viaChopped.bytes == full.bytes);
+  } else {
+    const std::string& shorter = viaChopped.bytes.size() < full.bytes.size()
+                                     ? viaChopped.bytes
+                                     : full.bytes;
+    const std::string& longer = viaChopped.bytes.size() < full.bytes.size()
+                                    ? full.bytes
+                                    : viaChopped.bytes;
+    Check(longer.compare(0, shorter.size(), shorter) == 0);
+  }
 
   // The size is the decoded length and leaves the position alone; seeks
   // land on the same bytes, forward and back, over both inners.
+  // Over damaged input, only over the memory inner stream (see above).
   qxfuzz::CheckSizeAndSeeks<qxizstdstream>(input, full.bytes, cuts[0], spans,
-                                           seeks);
+                                           seeks, full.error == 0);
 
   // Writing: one frame, whatever the cuts and flushes.
   qxosstream sink;

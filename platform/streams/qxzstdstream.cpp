@@ -90,6 +90,30 @@ class QXPrivateZstdIStream {
     state = kNext;
     held = 0;
     heldPos = 0;
+    NewFrame();
+  }
+
+  // Forgets the header and the count of the frame before.
+  void NewFrame() {
+    headerLen = 0;
+    frameOut = 0;
+  }
+
+  // Keeps the first bytes of the frame fed to the decoder, up to a whole
+  // header.
+  void NoteFed(const unsigned char* bytes, size_t n) {
+    size_t take = sizeof header - headerLen < n ? sizeof header - headerLen : n;
+    std::memcpy(header + headerLen, bytes, take);
+    headerLen += take;
+  }
+
+  // False when the frame's header states a content size other than what the
+  // frame gave. The decoder checks this itself except after an empty last
+  // block, and not at all when it never saw the whole header.
+  bool SizeAsStated() const {
+    unsigned long long stated = ZSTD_getFrameContentSize(header, headerLen);
+    return stated == ZSTD_CONTENTSIZE_UNKNOWN ||
+           stated == ZSTD_CONTENTSIZE_ERROR || stated == frameOut;
   }
 
   ZSTD_DStream* decoder;
@@ -99,6 +123,11 @@ class QXPrivateZstdIStream {
   unsigned char hold[4];
   size_t held;
   size_t heldPos;
+  // The first bytes of the current frame, and how much it has given.
+  // 18 bytes: the largest frame header.
+  unsigned char header[18];
+  size_t headerLen;
+  unsigned long long frameOut;
   // Where the frames start in the inner stream.
   unsigned long long start;
 };
@@ -134,14 +163,15 @@ unsigned long qxizstdstream::Decode(char* into, unsigned long room) {
   while (produced < room && z.state != QXPrivateZstdIStream::kEnd) {
     size_t span = static_cast<size_t>(inner->_end - inner->_ptr);
     if (z.state == QXPrivateZstdIStream::kNext) {
-      if (z.held == 0 && span >= 4) {
-        if (IsMagic(reinterpret_cast<unsigned char*>(inner->_ptr))) {
-          z.state = QXPrivateZstdIStream::kFrame;
-        } else {
-          z.state = QXPrivateZstdIStream::kPlain;
-        }
+      if (z.held == 0 && span >= 4 &&
+          !IsMagic(reinterpret_cast<unsigned char*>(inner->_ptr))) {
+        z.state = QXPrivateZstdIStream::kPlain;
         continue;
       }
+      // A frame's magic is always fed to the decoder from the hold, on its
+      // own: the decoder then never takes a whole frame in one pass, which
+      // it would do only when the whole frame sits in one span, so that the
+      // result cannot depend on how the inner stream cuts its data.
       if (span > 0) {
         size_t take = 4 - z.held < span ? 4 - z.held : span;
         std::memcpy(z.hold + z.held, inner->_ptr, take);
@@ -150,6 +180,7 @@ unsigned long qxizstdstream::Decode(char* into, unsigned long room) {
         if (z.held == 4) {
           z.state = IsMagic(z.hold) ? QXPrivateZstdIStream::kFrame
                                     : QXPrivateZstdIStream::kPlain;
+          z.NewFrame();
         }
         continue;
       }
@@ -206,7 +237,11 @@ unsigned long qxizstdstream::Decode(char* into, unsigned long room) {
       in = {inner->_ptr, span, 0};
     }
     ZSTD_outBuffer out = {into, room, produced};
+    size_t fedFrom = in.pos;
     size_t status = ZSTD_decompressStream(z.decoder, &out, &in);
+    z.NoteFed(static_cast<const unsigned char*>(in.src) + fedFrom,
+              in.pos - fedFrom);
+    z.frameOut += out.pos - produced;
     bool progress = in.pos != (fromHold ? z.heldPos : 0) || out.pos != produced;
     if (fromHold) {
       z.heldPos = in.pos;
@@ -231,6 +266,11 @@ unsigned long qxizstdstream::Decode(char* into, unsigned long room) {
       break;
     }
     if (status == 0) {
+      if (!z.SizeAsStated()) {
+        SetError(EBADMSG, kFormatError);
+        z.state = QXPrivateZstdIStream::kEnd;
+        break;
+      }
       // The frame is whole and all of it delivered; its held bytes are used
       // up, since a frame is longer than four bytes.
       z.state = QXPrivateZstdIStream::kNext;

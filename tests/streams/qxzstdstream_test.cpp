@@ -222,6 +222,25 @@ TEST(qxizstdstreamTest, DamagedFrameReportsFormatViolation) {
   EXPECT_STREQ(z.errortext(), kFormatError);
 }
 
+TEST(qxizstdstreamTest, AStatedSizeTheFrameDoesNotGiveIsAFormatViolation) {
+  // A frame stating 121 bytes whose only block is an empty last one: the
+  // decoder lets it pass when it meets it a byte at a time; the stream does
+  // not, however the data arrive.
+  const std::string frame("\x28\xB5\x2F\xFD\x20\x79\x01\x00\x00", 9);
+  for (const std::vector<size_t>& spans :
+       std::vector<std::vector<size_t>>{{1}, {2, 5}, {9}}) {
+    SpanStream inner(frame, spans);
+    qxizstdstream z(&inner, false);
+    EXPECT_EQ(ReadAll(z), "") << spans[0];
+    EXPECT_EQ(z.error(), EBADMSG) << spans[0];
+    EXPECT_STREQ(z.errortext(), kFormatError) << spans[0];
+  }
+  qxisstream source(frame);
+  qxizstdstream z(&source, false);
+  EXPECT_EQ(ReadAll(z), "");
+  EXPECT_STREQ(z.errortext(), kFormatError);
+}
+
 TEST(qxizstdstreamTest, HugeWindowIsRefusedWithNoMemory) {
   // Without a content size the frame announces its 256 MiB window.
   std::string frame = Frame("small", 3, true, false, 28);
