@@ -30,6 +30,43 @@ const unsigned long kNumberScratch = 32768;
 
 inline bool IsSpace(unsigned char c) { return isspace(c) != 0; }
 
+// The byte rules of the scanners, one byte at a time: the whole scan on
+// processors without vector scanners, and the tail of the vector ones.
+
+// First byte in [p, end) that is below 32 and not a tab, or end: the bytes
+// that stop a run of line text.
+inline const char* FindLineStopScalar(const char* p, const char* end) {
+  while (p < end) {
+    unsigned char c = static_cast<unsigned char>(*p);
+    if (c < 32 && c != '\t') {
+      return p;
+    }
+    ++p;
+  }
+  return end;
+}
+
+// First LF or CR in [p, end), or end.
+inline const char* FindLineEndScalar(const char* p, const char* end) {
+  while (p < end && *p != '\n' && *p != '\r') {
+    ++p;
+  }
+  return p;
+}
+
+// First byte in [p, end) that is below 33 or above 127: the bytes that may
+// end or be dropped from a token, or whose class depends on the locale.
+inline const char* FindTokenStopScalar(const char* p, const char* end) {
+  while (p < end) {
+    unsigned char c = static_cast<unsigned char>(*p);
+    if (c < 33 || c > 127) {
+      return p;
+    }
+    ++p;
+  }
+  return end;
+}
+
 #ifdef QX_X86_SCANNERS
 
 // Marks the bytes of v that are below 32 and not a tab.
@@ -63,14 +100,7 @@ const char* FindLineStopSse2(const char* p, const char* end) {
     }
     p += 16;
   }
-  while (p < end) {
-    unsigned char c = static_cast<unsigned char>(*p);
-    if (c < 32 && c != '\t') {
-      return p;
-    }
-    ++p;
-  }
-  return end;
+  return FindLineStopScalar(p, end);
 }
 
 // The same with 32-byte vectors, for processors that have them; scanning is
@@ -118,10 +148,7 @@ const char* FindLineEnd(const char* p, const char* end) {
     }
     p += 16;
   }
-  while (p < end && *p != '\n' && *p != '\r') {
-    ++p;
-  }
-  return p;
+  return FindLineEndScalar(p, end);
 }
 
 // First byte in [p, end) that is below 33 or above 127: the bytes that may
@@ -138,50 +165,21 @@ const char* FindTokenStop(const char* p, const char* end) {
     }
     p += 16;
   }
-  while (p < end) {
-    unsigned char c = static_cast<unsigned char>(*p);
-    if (c < 33 || c > 127) {
-      return p;
-    }
-    ++p;
-  }
-  return end;
+  return FindTokenStopScalar(p, end);
 }
 
 #else  // !QX_X86_SCANNERS
 
-// First byte in [p, end) that is below 32 and not a tab, or end: the bytes
-// that stop a run of line text.
-const char* FindLineStop(const char* p, const char* end) {
-  while (p < end) {
-    unsigned char c = static_cast<unsigned char>(*p);
-    if (c < 32 && c != '\t') {
-      return p;
-    }
-    ++p;
-  }
-  return end;
+inline const char* FindLineStop(const char* p, const char* end) {
+  return FindLineStopScalar(p, end);
 }
 
-// First LF or CR in [p, end), or end.
-const char* FindLineEnd(const char* p, const char* end) {
-  while (p < end && *p != '\n' && *p != '\r') {
-    ++p;
-  }
-  return p;
+inline const char* FindLineEnd(const char* p, const char* end) {
+  return FindLineEndScalar(p, end);
 }
 
-// First byte in [p, end) that is below 33 or above 127: the bytes that may
-// end or be dropped from a token, or whose class depends on the locale.
-const char* FindTokenStop(const char* p, const char* end) {
-  while (p < end) {
-    unsigned char c = static_cast<unsigned char>(*p);
-    if (c < 33 || c > 127) {
-      return p;
-    }
-    ++p;
-  }
-  return end;
+inline const char* FindTokenStop(const char* p, const char* end) {
+  return FindTokenStopScalar(p, end);
 }
 
 #endif  // QX_X86_SCANNERS
